@@ -1,0 +1,623 @@
+// Corvane: hashed record files, for C++20.
+//
+// The C interface of qx.h as owning objects: a Library keeps the library started, a Session and a File own their
+// handles. Keys and records go in as std::string_view and come out as std::string; all of them are plain bytes. What
+// qx.h says about a function holds for the member function that stands for it, codes included.
+//
+//     qx::Library library;
+//     qx::Session session(library);
+//     session.CreateFile("CUST", {.Modulo = 101});
+//     qx::File file = session.OpenFile("CUST");
+//     file.Write("1001", "Ann\xFE" "London");
+//     if (std::optional<std::string> record = file.Read("1001")) { ... }
+//
+// Failures are thrown as qx::Error, except that a missing record is a return value. Close() reports the failures of
+// closing; the destructors close as well and keep silent, so a program that has written calls Close().
+//
+// Threads: any number of them may use one Session or File at once, except for moving, assigning, closing and destroying
+// it. Objects go in the reverse order of their making: a session closes its files, and a library its sessions, so an
+// object that outlives its maker names a handle that is closed and may already be somebody else's.
+#ifndef QX_HPP
+#define QX_HPP
+
+#include <array>
+#include <atomic>
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <iterator>
+#include <mutex>
+#include <new>
+#include <optional>
+#include <qx.h>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <utility>
+
+namespace qx {
+
+/// A failed call: the status words, and the library's message for them in what().
+class QX_API Error : public std::runtime_error {
+  public:
+    explicit Error(const StatusRecord& status) : std::runtime_error(Message(status)), status_(status) {}
+
+    std::uint32_t Code() const noexcept { return status_.Code; }
+    std::uint32_t Detail1() const noexcept { return status_.Detail1; }
+    std::uint32_t Detail2() const noexcept { return status_.Detail2; }
+
+  private:
+    static std::string Message(const StatusRecord& status) {
+        std::array<char, 512> text;
+        const std::uint32_t length = QXFormatError(&status, 0, static_cast<std::uint32_t>(text.size()), text.data());
+        if (length != 0) {
+            return std::string(text.data(), length);
+        }
+        return "error " + std::to_string(status.Code) + " (" + std::to_string(status.Detail1) + ", " +
+               std::to_string(status.Detail2) + ")";
+    }
+
+    StatusRecord status_;
+};
+
+/// The part of the face that is nobody's business but its own. Visible across shared objects, so that all parts of a
+/// process that use this header share one table of buffers.
+namespace face_detail QX_API {
+
+/// What a buffer object stands for during one call: bytes to be read (Target is null) or a string to be filled.
+struct Slot {
+    std::string_view Bytes;
+    std::string* Target = nullptr;
+};
+
+/// The buffer objects of one thread; no call needs more at once. A thread's slots lie apart from those of others, so
+/// that threads do not slow each other down by writing them.
+struct alignas(64) Block {
+    static constexpr std::uint32_t kSlots = 4;
+
+    std::array<Slot, kSlots> Slots;
+    std::uint32_t Index = 0;
+    Block* NextFree = nullptr;
+};
+
+/// Every block of the process, found by number without a lock and from any thread. Buffer object n is slot n mod kSlots
+/// of block n / kSlots. Blocks live in chunks of doubling size, which stay where they are until the process ends;
+/// threads take blocks and give them back.
+class BufferTable {
+  public:
+    /// Throws std::bad_alloc.
+    Block* Acquire() {
+        const std::lock_guard lock(mutex_);
+        if (firstFree_ == nullptr) {
+            AddChunk();
+        }
+        Block* block = firstFree_;
+        firstFree_ = block->NextFree;
+        return block;
+    }
+
+    void Release(Block* block) noexcept {
+        const std::lock_guard lock(mutex_);
+        block->NextFree = firstFree_;
+        firstFree_ = block;
+    }
+
+    /// Null when no such buffer object was ever handed out.
+    const Slot* Find(std::uint32_t buffer) const noexcept {
+        const std::uint32_t number = buffer / Block::kSlots + 1;
+        const auto chunk = static_cast<std::uint32_t>(std::bit_width(number)) - 1;
+        const Block* blocks = chunks_[chunk].load(std::memory_order_acquire);
+        return blocks == nullptr ? nullptr : &blocks[number - (1U << chunk)].Slots[buffer % Block::kSlots];
+    }
+
+  private:
+    void AddChunk() {
+        if (chunkCount_ == kChunks) {
+            throw std::bad_alloc();
+        }
+        const std::uint32_t count = 1U << chunkCount_;
+        auto* blocks = new Block[count];
+        for (std::uint32_t i = 0; i < count; ++i) {
+            blocks[i].Index = count - 1 + i;
+            blocks[i].NextFree = i + 1 < count ? &blocks[i + 1] : nullptr;
+        }
+        firstFree_ = blocks;
+        chunks_[chunkCount_].store(blocks, std::memory_order_release);
+        ++chunkCount_;
+    }
+
+    // So many chunks hold the blocks whose buffer objects 32 bits can number, less one, whose chunk is never made.
+    static constexpr std::size_t kChunks = 30;
+
+    std::array<std::atomic<Block*>, kChunks + 1> chunks_{};
+    std::size_t chunkCount_ = 0;
+    std::mutex mutex_;  // guards the free list and the making of chunks
+    Block* firstFree_ = nullptr;
+};
+
+inline constinit BufferTable bufferTable;
+
+/// The calling thread's block, which it keeps from its first call to its end.
+inline Block& ThreadBlock() {
+    class Holder {
+      public:
+        Holder() : block_(bufferTable.Acquire()) {}
+        Holder(const Holder&) = delete;
+        Holder& operator=(const Holder&) = delete;
+        ~Holder() { bufferTable.Release(block_); }
+
+        Block& Get() noexcept { return *block_; }
+
+      private:
+        Block* block_;
+    };
+    thread_local Holder holder;
+    return holder.Get();
+}
+
+/// Numbers the buffers of one call. Nothing is allocated: the slots are the thread's.
+class CallBuffers {
+  public:
+    CallBuffers() : block_(ThreadBlock()) {}
+
+    std::uint32_t Input(std::string_view bytes) noexcept { return Take({bytes, nullptr}); }
+    std::uint32_t Output(std::string& target) noexcept { return Take({{}, &target}); }
+
+  private:
+    std::uint32_t Take(Slot slot) noexcept {
+        block_.Slots[used_] = slot;
+        return block_.Index * Block::kSlots + used_++;
+    }
+
+    Block& block_;
+    std::uint32_t used_ = 0;
+};
+
+inline std::int32_t RefuseBuffer(StatusRecord* status, std::uint32_t code) noexcept {
+    if (status != nullptr) {
+        *status = {code, 0, 0};
+    }
+    return 0;
+}
+
+/// The BufferCallback of every qx::Session. Refuses (160) when there is no memory, and (1002) what 32 bits cannot
+/// measure.
+inline std::int32_t ServeBuffer(std::uint32_t operation, std::uint32_t buffer, std::uint32_t length,
+                                std::uint32_t* outLength, void** outAddress, StatusRecord* status) noexcept {
+    const Slot* slot = bufferTable.Find(buffer);
+    if (slot == nullptr || operation > 2 || (operation != 0 && slot->Target == nullptr)) {
+        return RefuseBuffer(status, 160);
+    }
+    if (operation == 0) {
+        const std::string_view bytes = slot->Target == nullptr ? slot->Bytes : std::string_view(*slot->Target);
+        if (bytes.size() > UINT32_MAX) {
+            return RefuseBuffer(status, 1002);
+        }
+        *outLength = static_cast<std::uint32_t>(bytes.size());
+        *outAddress = const_cast<char*>(bytes.empty() ? "" : bytes.data());
+        return 1;
+    }
+    std::string& target = *slot->Target;
+    try {
+        if (operation == 2) {
+            target.resize(length);
+        } else if (target.size() < length) {
+            // A list grows key by key: handing over what the string has allocated anyway makes that cheap.
+            target.resize(length);
+            target.resize(target.capacity());
+        }
+    } catch (...) {
+        return RefuseBuffer(status, 160);
+    }
+    *outLength = static_cast<std::uint32_t>(target.size() < UINT32_MAX ? target.size() : UINT32_MAX);
+    *outAddress = target.data();
+    return 1;
+}
+
+inline void Check(std::int32_t result, const StatusRecord& status) {
+    if (result == 0) {
+        throw Error(status);
+    }
+}
+
+/// A bool where a call has two ordinary outcomes: it succeeded, or it failed with `ordinaryCode`.
+inline bool CheckUnless(std::int32_t result, const StatusRecord& status, std::uint32_t ordinaryCode) {
+    if (result == 0 && status.Code != ordinaryCode) {
+        throw Error(status);
+    }
+    return result != 0;
+}
+
+/// A session or file handle that is closed when its owner goes.
+template <std::int32_t (*CloseHandle)(std::uint32_t, StatusRecord*)>
+class OwnedHandle {
+  public:
+    explicit OwnedHandle(std::uint32_t handle) noexcept : handle_(handle) {}
+    OwnedHandle(OwnedHandle&& other) noexcept : handle_(std::exchange(other.handle_, kNone)) {}
+    OwnedHandle& operator=(OwnedHandle&& other) noexcept {
+        OwnedHandle taken(std::move(other));
+        std::swap(handle_, taken.handle_);
+        return *this;
+    }
+    ~OwnedHandle() {
+        if (handle_ != kNone) {
+            StatusRecord ignored;
+            CloseHandle(handle_, &ignored);
+        }
+    }
+
+    void Close() {
+        if (handle_ == kNone) {
+            return;
+        }
+        StatusRecord status{};
+        const std::int32_t result = CloseHandle(handle_, &status);
+        if (result != 0 || status.Code != kBusy) {
+            handle_ = kNone;  // any other failure is one met while closing
+        }
+        Check(result, status);
+    }
+
+    std::uint32_t Get() const noexcept { return handle_; }
+
+  private:
+    static constexpr std::uint32_t kNone = 0xFFFFFFFF;
+    static constexpr std::uint32_t kBusy = 1102;
+
+    std::uint32_t handle_;
+};
+
+}  // namespace QX_API
+
+struct LibraryVersion {
+    std::uint32_t Major = 0;
+    std::uint32_t Minor = 0;
+    std::uint32_t Revision = 0;
+};
+
+/// One use of the library: started when made, given up when destroyed. A process may hold several; the library stops
+/// with the last one.
+class Library {
+  public:
+    /// Throws 1018, 1007, 1015, 1101, 1102.
+    Library() {
+        ApiVersionRecord record{sizeof(ApiVersionRecord), 1, 1, 1};
+        StatusRecord status{};
+        face_detail::Check(QXInitialize(&record, &status), status);
+        version_ = {record.Major, record.Minor, record.Revision};
+        started_ = true;
+    }
+    Library(Library&& other) noexcept : version_(other.version_), started_(std::exchange(other.started_, false)) {}
+    Library& operator=(Library&& other) noexcept {
+        Library taken(std::move(other));
+        std::swap(version_, taken.version_);
+        std::swap(started_, taken.started_);
+        return *this;
+    }
+    ~Library() {
+        if (started_) {
+            StatusRecord ignored;
+            QXTerminate(&ignored);
+        }
+    }
+
+    /// Gives up this use; the last one closes every session and file. Does nothing the second time. Throws 1102 (calls
+    /// are under way; it can be tried again) and the first failure met while closing, after which it is given up.
+    void Close() {
+        if (!started_) {
+            return;
+        }
+        StatusRecord status{};
+        const std::int32_t result = QXTerminate(&status);
+        started_ = result == 0 && status.Code == 1102;
+        face_detail::Check(result, status);
+    }
+
+    /// The library's version of the interface.
+    LibraryVersion Version() const noexcept { return version_; }
+
+  private:
+    LibraryVersion version_;
+    bool started_ = false;
+};
+
+struct SessionSettings {
+    std::uint32_t MaximumRecordSize = 0;          ///< bytes; larger records are refused (1002); 0: no limit
+    std::uint32_t MaximumIdentifierSessions = 0;  ///< how many sessions may carry the identifier; 0: any number
+    std::string_view Identifier = {};             ///< the first 16 bytes count
+
+    operator SessionOptions() const noexcept {
+        SessionOptions options{};
+        options.Size = sizeof options;
+        options.MaximumRecordSize = MaximumRecordSize;
+        options.MaximumIdentifierSessions = MaximumIdentifierSessions;
+        for (const char c : Identifier.substr(0, sizeof options.Identifier)) {
+            options.Identifier[options.IdentifierLength++] = static_cast<std::uint8_t>(c);
+        }
+        return options;
+    }
+};
+
+/// A value of 0 takes the default.
+struct CreateSettings {
+    std::uint32_t Modulo = 1;        ///< number of groups to start with
+    std::uint32_t FrameSize = 1024;  ///< bytes; at least 256
+    std::uint32_t Threshold = 204;   ///< load at which a group is added, in 256ths of a frame, 25 to 255
+    std::uint32_t SizeLock = 0;      ///< 0: grows and shrinks; 1: only grows; 2 or more: keeps its number of groups
+    std::uint32_t Version = 120;     ///< file format, 110 or 120
+
+    operator CreateOptions() const noexcept {
+        return {sizeof(CreateOptions), Modulo, FrameSize, Threshold, SizeLock, Version};
+    }
+};
+
+/// Handles are never shared between File objects and walks keep their positions themselves, so those two options of the
+/// C interface are not offered. Nor is leaving out the last delimiter of a list: it would make a list of one empty key
+/// look like a list of none.
+struct OpenSettings {
+    bool ReadOnly = false;                ///< the handle refuses changes (102)
+    char SelectDelimiter = '\xFE';        ///< byte after each key of a key list; a zero byte stands for 0xFE
+    std::uint32_t SelectMinimumSize = 0;  ///< bytes of keys that a forward walk gathers at a time; 0: one group
+
+    operator OpenOptions() const noexcept {
+        OpenOptions options{};
+        options.Size = sizeof options;
+        options.ReadOnly = ReadOnly ? 1 : 0;
+        options.SelectDelimiter = static_cast<unsigned char>(SelectDelimiter);
+        options.SelectMinimumSize = SelectMinimumSize;
+        return options;
+    }
+};
+
+/// The file's header, as this process knows it.
+struct HeaderValues {
+    std::uint32_t Version = 0;      ///< 100, 110 or 120
+    std::uint32_t FrameSize = 0;    ///< bytes
+    std::uint32_t Threshold = 0;    ///< in 256ths of a frame
+    std::uint32_t SizeLock = 0;     ///< as in CreateSettings
+    std::uint32_t Modulo = 0;       ///< number of groups
+    std::uint32_t RecordCount = 0;  ///< 0 in a file of version 100
+    std::uint32_t Alpha = 0;        ///< low 32 bits of the bytes in use in the groups, each counted up to one frame
+    bool ModuloVerified = false;    ///< a walk under way has counted every group exactly
+};
+
+/// The keys of a file, group by group, as a range: `for (std::string_view key : file.Keys())`. A key is valid until the
+/// next one is asked for. Made by File::Keys and File::ReverseKeys.
+///
+/// The library hands keys over as lists in which each key is followed by the handle's delimiter, and says nothing of
+/// their lengths. A key that holds the delimiter byte therefore comes out as two or more keys, none of which may exist;
+/// the range cannot tell. Where keys may hold 0xFE, open the file with a SelectDelimiter that they do not hold, or, if
+/// there is no such byte, read every key that comes out before believing in it.
+///
+/// The number of groups stays as it is until the walk ends, which it does at the end of the range, with a failure (as
+/// thrown by begin and by ++: 1001, 160 and what reading can fail with) and when this object goes. A file handle has
+/// one walk, so two ranges of one File must not be used side by side.
+class KeyWalk {
+  public:
+    class Iterator {
+      public:
+        using value_type = std::string_view;
+        using difference_type = std::ptrdiff_t;
+        using iterator_concept = std::input_iterator_tag;
+
+        Iterator() = default;
+        explicit Iterator(KeyWalk& walk) noexcept : walk_(&walk) {}
+
+        std::string_view operator*() const noexcept { return walk_->key_; }
+        Iterator& operator++() {
+            walk_->Advance();
+            return *this;
+        }
+        void operator++(int) { ++*this; }
+        bool operator==(std::default_sentinel_t) const noexcept { return walk_->ended_; }
+
+      private:
+        KeyWalk* walk_ = nullptr;
+    };
+
+    KeyWalk(const KeyWalk&) = delete;
+    KeyWalk& operator=(const KeyWalk&) = delete;
+    ~KeyWalk() {
+        if (!ended_) {
+            StatusRecord ignored;
+            QXClearSelect(file_, &ignored);
+        }
+    }
+
+    /// Starts the walk, afresh if there is one under way.
+    Iterator begin() {
+        StatusRecord status{};
+        face_detail::Check(QXClearSelect(file_, &status), status);
+        list_.clear();
+        position_ = 0;
+        ended_ = false;
+        Advance();
+        return Iterator(*this);
+    }
+    std::default_sentinel_t end() const noexcept { return {}; }
+
+  private:
+    friend class File;
+    using Step = std::int32_t (*)(std::uint32_t, std::uint32_t, StatusRecord*);
+
+    KeyWalk(std::uint32_t file, char delimiter, Step step) noexcept : step_(step), file_(file), delimiter_(delimiter) {}
+
+    void Advance() {
+        while (position_ == list_.size()) {
+            position_ = 0;
+            list_.clear();
+            StatusRecord status{};
+            face_detail::CallBuffers buffers;
+            const std::int32_t result = step_(file_, buffers.Output(list_), &status);
+            ended_ = result == 0;
+            constexpr std::uint32_t kNoFurtherGroup = 111;
+            if (!face_detail::CheckUnless(result, status, kNoFurtherGroup)) {
+                return;
+            }
+        }
+        const std::size_t end = list_.find(delimiter_, position_);
+        key_ = std::string_view(list_).substr(position_, end - position_);
+        position_ = end == std::string::npos ? list_.size() : end + 1;
+    }
+
+    Step step_;
+    std::uint32_t file_;
+    char delimiter_;
+    bool ended_ = true;
+    std::string list_;
+    std::size_t position_ = 0;  // in list_, behind key_
+    std::string_view key_;
+};
+
+class File;
+
+class Session {
+  public:
+    /// Throws 1022, 1015, 1028, and 1100 when `library` has been closed.
+    explicit Session(const Library& /*library*/, const SessionSettings& settings = {}) : handle_(Open(settings)) {}
+
+    /// `name`: a path in any form without extension, at most 256 bytes. Throws as QXCreateFile fails: 230 (it exists),
+    /// and so on.
+    void CreateFile(std::string_view name, const CreateSettings& settings = {}) {
+        const CreateOptions options = settings;
+        StatusRecord status{};
+        face_detail::CallBuffers buffers;
+        face_detail::Check(QXCreateFile(handle_.Get(), buffers.Input(name), &options, &status), status);
+    }
+
+    /// Throws 231 (there is none), 102, 1102 (this process has it open), 104.
+    void DeleteFile(std::string_view name) {
+        StatusRecord status{};
+        face_detail::CallBuffers buffers;
+        face_detail::Check(QXDeleteFile(handle_.Get(), buffers.Input(name), &status), status);
+    }
+
+    /// Throws 231 (there is none). A file that exists and cannot be read is told by the first call that works on it.
+    File OpenFile(std::string_view name, const OpenSettings& settings = {});
+
+    /// Brings what was written to the session's files safely to disk. Throws 104, 1028.
+    void Flush() {
+        StatusRecord status{};
+        face_detail::Check(QXFlush(handle_.Get(), &status), status);
+    }
+
+    /// Closes the session's files and the session; does nothing the second time. Throws 1102 (another call is inside
+    /// it; it stays open) and the first failure met while closing, after which it is closed.
+    void Close() { handle_.Close(); }
+
+    /// For calls of the C interface; stays owned by this object. 0xFFFFFFFF when closed or moved from.
+    std::uint32_t Handle() const noexcept { return handle_.Get(); }
+
+  private:
+    static std::uint32_t Open(const SessionOptions& options) {
+        std::uint32_t handle = 0;
+        StatusRecord status{};
+        face_detail::Check(QXOpenSession(face_detail::ServeBuffer, &options, &handle, &status), status);
+        return handle;
+    }
+
+    face_detail::OwnedHandle<QXCloseSession> handle_;
+};
+
+/// An open hashed file. Reading never changes the file, whatever the settings.
+class File {
+  public:
+    File(Session& session, std::string_view name, const OpenSettings& settings = {})
+        : handle_(Open(session.Handle(), name, settings)),
+          delimiter_(settings.SelectDelimiter == '\0' ? '\xFE' : settings.SelectDelimiter) {}
+
+    /// Empty when there is no record with this key. Throws 1002, 160 and the errors of a damaged file.
+    std::optional<std::string> Read(std::string_view key) const {
+        std::optional<std::string> record(std::in_place);
+        if (!Read(key, *record)) {
+            record.reset();
+        }
+        return record;
+    }
+
+    /// The same into the caller's string, whose memory is used again: false, and `into` is left as it was, when there
+    /// is no such record. After a failure `into` holds anything.
+    bool Read(std::string_view key, std::string& into) const {
+        StatusRecord status{};
+        face_detail::CallBuffers buffers;
+        const std::uint32_t keyBuffer = buffers.Input(key);
+        return face_detail::CheckUnless(QXReadRecord(handle_.Get(), keyBuffer, buffers.Output(into), &status), status,
+                                        kNotFound);
+    }
+
+    /// Stores a record, in place of one with the same key. Throws 102 (read-only), 1002, 1001, 103, 104.
+    void Write(std::string_view key, std::string_view record) {
+        StatusRecord status{};
+        face_detail::CallBuffers buffers;
+        const std::uint32_t keyBuffer = buffers.Input(key);
+        face_detail::Check(QXWriteRecord(handle_.Get(), keyBuffer, buffers.Input(record), &status), status);
+    }
+
+    /// False when there was no record with this key. Throws 102 (read-only), 103, 104.
+    bool Delete(std::string_view key) {
+        StatusRecord status{};
+        face_detail::CallBuffers buffers;
+        return face_detail::CheckUnless(QXDeleteRecord(handle_.Get(), buffers.Input(key), &status), status, kNotFound);
+    }
+
+    /// Removes every record. Throws 102 (read-only).
+    void Clear() {
+        StatusRecord status{};
+        face_detail::Check(QXClearFile(handle_.Get(), &status), status);
+    }
+
+    /// Reads the header afresh. Throws 107, 1003, 1009.
+    HeaderValues Header() const {
+        FileHeaderRecord record{};
+        record.Size = sizeof record;
+        StatusRecord status{};
+        face_detail::Check(QXGetFileHeader(handle_.Get(), &record, &status), status);
+        return {record.Version, record.FrameSize,   record.Threshold, record.SizeLock,
+                record.Modulo,  record.RecordCount, record.Alpha,     record.ModuloVerified != 0};
+    }
+
+    /// The group that the key belongs to, whether there is such a record or not.
+    std::uint32_t GroupNumber(std::string_view key) const {
+        std::uint32_t group = 0;
+        StatusRecord status{};
+        face_detail::CallBuffers buffers;
+        face_detail::Check(QXGetGroupNumber(handle_.Get(), buffers.Input(key), &group, &status), status);
+        return group;
+    }
+
+    /// Every key, from the first group to the last, in the order in which the groups hold them. See KeyWalk for keys
+    /// that hold the delimiter. The range must not outlive this object, nor see it moved.
+    KeyWalk Keys() { return KeyWalk(handle_.Get(), delimiter_, QXReadNextKeyIdGroup); }
+
+    /// The same from the last group to the first; the order within a group is that of Keys().
+    KeyWalk ReverseKeys() { return KeyWalk(handle_.Get(), delimiter_, QXReadPreviousKeyIdGroup); }
+
+    /// Writes back what is not yet stored and closes; does nothing the second time. Throws 1102 (another call is inside
+    /// it; it stays open) and what writing can fail with, after which it is closed.
+    void Close() { handle_.Close(); }
+
+    /// For calls of the C interface; stays owned by this object. 0xFFFFFFFF when closed or moved from.
+    std::uint32_t Handle() const noexcept { return handle_.Get(); }
+
+  private:
+    static constexpr std::uint32_t kNotFound = 100;
+
+    static std::uint32_t Open(std::uint32_t session, std::string_view name, const OpenOptions& options) {
+        std::uint32_t handle = 0;
+        StatusRecord status{};
+        face_detail::CallBuffers buffers;
+        face_detail::Check(QXOpenFile(session, buffers.Input(name), &options, &handle, &status), status);
+        return handle;
+    }
+
+    face_detail::OwnedHandle<QXCloseFile> handle_;
+    char delimiter_;
+};
+
+inline File Session::OpenFile(std::string_view name, const OpenSettings& settings) {
+    return File(*this, name, settings);
+}
+
+}  // namespace qx
+
+#endif
