@@ -1,5 +1,5 @@
-# What `cmake --install` puts in place: headers, library, and the descriptions by which other projects find them with
-# find_package(corvane) or pkg-config. The tool installs itself (tools/qx). An installation may be moved as a whole.
+# What `cmake --install` puts in place: headers, library, tool, and the descriptions by which other projects find the
+# library with find_package(corvane) or pkg-config. An installation may be moved as a whole.
 include(CMakePackageConfigHelpers)
 
 set(packageDir ${CMAKE_INSTALL_LIBDIR}/cmake/corvane)
@@ -7,6 +7,9 @@ set(packageDir ${CMAKE_INSTALL_LIBDIR}/cmake/corvane)
 install(DIRECTORY ${CMAKE_SOURCE_DIR}/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
         FILES_MATCHING PATTERN *.h PATTERN *.hpp)
 install(TARGETS qx EXPORT corvaneTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+if(CORVANE_BUILD_TOOL)
+  install(TARGETS qx_tool RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+endif()
 install(EXPORT corvaneTargets NAMESPACE corvane:: DESTINATION ${packageDir})
 
 configure_package_config_file(${CMAKE_SOURCE_DIR}/cmake/corvaneConfig.cmake.in

@@ -1,4 +1,4 @@
-/* Starts and stops the installed library and shows the message for a code. Compiled as C and as C++. */
+/* Starts and stops the installed library and shows the message for a code. */
 #include <qx.h>
 #include <stdio.h>
 
