@@ -46,10 +46,12 @@ need_packages() {
         die "these packages could not be installed: ${missing[*]}"
 }
 
-# build_preset NAME [CMAKE-ARGUMENT...]: configures and builds the tree build/NAME.
+# build_preset NAME [TARGET...]: configures the tree build/NAME and builds the targets in it, by default all.
 build_preset() {
     local preset=$1
     shift
-    (cd "$CORVANE_ROOT" && cmake --preset "$preset" "$@" && cmake --build --preset "$preset" --parallel "$(nproc)") ||
-        die "building $preset failed"
+    local targets=()
+    (($# == 0)) || targets=(--target "$@")
+    (cd "$CORVANE_ROOT" && cmake --preset "$preset" &&
+        cmake --build --preset "$preset" --parallel "$(nproc)" "${targets[@]}") || die "building $preset failed"
 }
