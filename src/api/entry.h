@@ -1,0 +1,131 @@
+// Entry to and exit from the exported functions.
+#pragma once
+
+#include <cstdint>
+#include <qx.h>
+#include <utility>
+
+#include "runtime/library_record.h"
+#include "runtime/status.h"
+#include "storage/file_call.h"
+
+namespace qx {
+
+// What every exported function is wrapped in. `body` returns true for success; false for an outcome that it has put
+// into the status itself.
+template <class Body>
+int32_t ExportedCall(StatusRecord* status, Body&& body) noexcept {
+    StatusRecord scratch{};
+    StatusRecord& target = status != nullptr ? *status : scratch;
+    return RunCatching(target, [&] { return std::forward<Body>(body)(target); }) ? 1 : 0;
+}
+
+// Keeps the library from being stopped. Raises 1100.
+class LibraryEntry {
+  public:
+    LibraryEntry() {
+        if (!theLibrary.Gate.Enter()) {
+            Raise(Code::NotOpen);
+        }
+    }
+    ~LibraryEntry() { theLibrary.Gate.Leave(); }
+    LibraryEntry(const LibraryEntry&) = delete;
+    LibraryEntry& operator=(const LibraryEntry&) = delete;
+};
+
+// Keeps an open handle from being closed, until it is left.
+class HandleEntry {
+  public:
+    HandleEntry(HandleTable& table, uint32_t handle) : table_(table), handle_(handle) {}
+    ~HandleEntry() {
+        if (inside_) {
+            table_.Leave(handle_);
+        }
+    }
+    HandleEntry(const HandleEntry&) = delete;
+    HandleEntry& operator=(const HandleEntry&) = delete;
+
+    template <class Payload>
+    Payload* Enter() {
+        auto* payload = table_.Enter<Payload>(handle_);
+        inside_ = true;
+        return payload;
+    }
+
+    // Withdraws the handle from use. Raises 1102 when another call is inside; this call is outside then, too.
+    void BeginClose() {
+        inside_ = false;
+        table_.Leave(handle_);
+        table_.BeginClose(handle_);
+    }
+
+  private:
+    HandleTable& table_;
+    const uint32_t handle_;
+    bool inside_ = false;
+};
+
+// A call on a session.
+class SessionEntry {
+  public:
+    explicit SessionEntry(uint32_t handle)
+        : Handle(handle), entry_(theLibrary.Sessions, handle), Session(entry_.Enter<SessionRecord>()) {}
+
+    void Count(Counter counter) {
+        CounterLevels levels;
+        levels.Session = &Session->Counters;
+        levels.CountCall(counter);
+    }
+
+    void BeginClose() { entry_.BeginClose(); }
+
+    const uint32_t Handle;
+
+  private:
+    LibraryEntry library_;
+    HandleEntry entry_;
+
+  public:
+    SessionRecord* const Session;
+};
+
+// A call on a file: inside the library, the file handle's session and the file handle.
+class FileEntry {
+  public:
+    explicit FileEntry(uint32_t handle)
+        : fileEntry_(theLibrary.Files, handle),
+          handle_(fileEntry_.Enter<FileHandle>()),
+          sessionEntry_(theLibrary.Sessions, handle_->Session),
+          Call(*sessionEntry_.Enter<SessionRecord>(), handle, *handle_) {}
+
+    void BeginClose() { fileEntry_.BeginClose(); }
+
+  private:
+    LibraryEntry library_;
+    HandleEntry fileEntry_;
+    FileHandle* const handle_;
+    HandleEntry sessionEntry_;
+
+  public:
+    FileCall Call;
+};
+
+// An exported function on a file handle: entered, counted, worked.
+template <class Work>
+int32_t FileOperation(uint32_t file, Counter counter, StatusRecord* status, Work&& work) noexcept {
+    return ExportedCall(status, [&](StatusRecord& target) {
+        FileEntry entry(file);
+        entry.Call.Levels.CountCall(counter);
+        return std::forward<Work>(work)(entry.Call, target);
+    });
+}
+
+// The ordinary outcome that a key is not there.
+inline bool FoundOrStatus(bool found, StatusRecord& status) {
+    if (!found) {
+        status = MakeStatus(Code::RecordNotFound);
+    }
+    return found;
+}
+
+}  // namespace qx

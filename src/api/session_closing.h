@@ -1,0 +1,14 @@
+// Closing a session, for QXCloseSession and QXTerminate.
+#pragma once
+
+#include <cstdint>
+
+#include "runtime/status.h"
+
+namespace qx {
+
+// Closes the session's files and then the session, whatever fails; the first failure is kept in `failure`. Under the
+// API mutex, or with no call inside the library; no call is inside the session.
+void CloseSession(uint32_t session, FirstFailure& failure);
+
+}  // namespace qx

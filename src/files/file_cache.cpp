@@ -1,0 +1,111 @@
+#include "files/file_cache.h"
+
+#include "runtime/counters.h"
+
+namespace qx {
+
+namespace {
+
+struct IdleList {
+    SpinLock Lock;
+    CachedFile* Head = nullptr;  // idle most recently
+    CachedFile* Tail = nullptr;  // idle longest
+
+    // Under the lock.
+    void Unlink(CachedFile& entry) {
+        (entry.IdlePrevious == nullptr ? Head : entry.IdlePrevious->IdleNext) = entry.IdleNext;
+        (entry.IdleNext == nullptr ? Tail : entry.IdleNext->IdlePrevious) = entry.IdlePrevious;
+        entry.IdlePrevious = nullptr;
+        entry.IdleNext = nullptr;
+    }
+};
+
+constinit IdleList idleList;
+
+template <class Operation>
+FileResult RetryWithoutIdleFiles(Operation&& operation) {
+    FileResult result = operation();
+    while (result == FileResult::Exhausted && CloseOneIdleFile()) {
+        result = operation();
+    }
+    return result;
+}
+
+template <class Open>
+FileResult OpenEntry(CachedFile& entry, Open&& open) {
+    const FileResult result = RetryWithoutIdleFiles(open);
+    if (result == FileResult::Done) {
+        theProcessCounters.Enter(Counter::ActiveFileHandles, Counter::PeakActiveFileHandles);
+    } else {
+        entry.Handle = kNoOsHandle;
+    }
+    return result;
+}
+
+}  // namespace
+
+FileResult CacheFileExists(std::string_view name) {
+    return RetryWithoutIdleFiles([&] { return OsFileExists(name); });
+}
+
+FileResult CacheCreateFile(std::string_view name, Sharing sharing, CachedFile& entry) {
+    return OpenEntry(entry, [&] { return OsCreateFile(name, sharing, &entry.Handle); });
+}
+
+FileResult CacheOpenFile(std::string_view name, Access access, Sharing sharing, CachedFile& entry) {
+    return OpenEntry(entry, [&] { return OsOpenFile(name, access, sharing, &entry.Handle); });
+}
+
+FileResult CacheClaimForDelete(std::string_view name, OsHandle* claim) {
+    return RetryWithoutIdleFiles([&] { return OsClaimForDelete(name, claim); });
+}
+
+FileResult CacheDeleteFile(std::string_view name) {
+    OsHandle claim = kNoOsHandle;
+    const FileResult result = CacheClaimForDelete(name, &claim);
+    return result == FileResult::Done ? OsDeleteClaimed(name, claim) : result;
+}
+
+void CacheCloseFile(CachedFile& entry) {
+    OsClose(entry.Handle);
+    entry.Handle = kNoOsHandle;
+    theProcessCounters.Leave(Counter::ActiveFileHandles);
+}
+
+void IdleListAdd(CachedFile& entry) {
+    const SpinHold hold(idleList.Lock);
+    entry.IdlePrevious = nullptr;
+    entry.IdleNext = idleList.Head;
+    (idleList.Head == nullptr ? idleList.Tail : idleList.Head->IdlePrevious) = &entry;
+    idleList.Head = &entry;
+}
+
+void IdleListRemove(CachedFile& entry) {
+    const SpinHold hold(idleList.Lock);
+    idleList.Unlink(entry);
+}
+
+// Everybody else takes an entry's mutex before the list's lock; here it is the other way round, which cannot deadlock
+// because the mutex is only tried.
+bool CloseOneIdleFile() {
+    ClaimMutex::Node node;
+    CachedFile* found = nullptr;
+    {
+        const SpinHold hold(idleList.Lock);
+        for (CachedFile* entry = idleList.Tail; entry != nullptr; entry = entry->IdlePrevious) {
+            if (entry->Mutex.TryClaim(node)) {
+                idleList.Unlink(*entry);
+                found = entry;
+                break;
+            }
+        }
+    }
+    if (found == nullptr) {
+        return false;
+    }
+    CacheCloseFile(*found);
+    found->Mutex.Release(node);
+    return true;
+}
+
+}  // namespace qx

@@ -1,0 +1,46 @@
+// Group locks among the threads of the process: a first-come, first-served reader-writer lock for every group of a
+// file.
+#pragma once
+
+#include <cstdint>
+
+#include "runtime/counters.h"
+#include "runtime/spin_lock.h"
+#include "runtime/wait_event_pool.h"
+
+namespace qx {
+
+// Pseudo-groups.
+inline constexpr uint32_t kHeaderGroup = 0;                  // the file header lies in group 0
+inline constexpr uint32_t kOverflowAllocation = 0xFFFFFFFF;  // guards the free-frame list
+inline constexpr uint32_t kSelectHold = 0xFFFFFFFE;          // stands for a select hold in QXLockGroup
+
+// One request for a group lock, in the storage of whoever wants it.
+struct GroupLockRequest {
+    uint32_t Group = 0;
+    bool Exclusive = false;
+    bool Granted = false;
+    EventIndex Event = 0;  // while the request waits
+    GroupLockRequest* Next = nullptr;
+};
+
+// The requests of all threads for all groups of one file, in order of arrival. A request waits while an earlier one for
+// its group conflicts with it.
+class GroupLockQueue {
+  public:
+    // Waits without time limit. False, and the request holds nothing, when it would have to wait and no wait event can
+    // be had (1015).
+    bool Lock(GroupLockRequest& request, uint32_t group, bool exclusive, const CounterLevels& levels);
+
+    void Unlock(GroupLockRequest& request, const CounterLevels& levels);
+
+    bool IsEmpty();
+
+  private:
+    void WakeSuccessors(const GroupLockRequest& removed, const CounterLevels& levels);
+
+    SpinLock lock_;
+    GroupLockRequest* head_ = nullptr;
+};
+
+}  // namespace qx

@@ -1,0 +1,25 @@
+// Directory look-ups for names that are spelled in any case and reached through links.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace qx {
+
+class DirectoryService {
+  public:
+    virtual ~DirectoryService() = default;
+
+    // The process's current directory as an absolute path without links; false when it cannot be had.
+    virtual bool CurrentDirectory(std::string* path) = 0;
+
+    // Looks `stem` + `extension` up in a directory: first as it is spelled, then without regard to the case of ASCII
+    // letters in the stem. True with the stored stem when there is exactly one answer.
+    virtual bool FindEntry(const std::string& directory, std::string_view stem, std::string_view extension,
+                           std::string* storedStem) = 0;
+
+    // Where a symbolic link to a directory leads, as an absolute path without links; false when `path` is no such link.
+    virtual bool ResolveDirectoryLink(const std::string& path, std::string* target) = 0;
+};
+
+}  // namespace qx

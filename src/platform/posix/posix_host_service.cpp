@@ -1,0 +1,48 @@
+#include "platform/posix/posix_host_service.h"
+
+#include <dlfcn.h>
+#include <link.h>
+#include <unistd.h>
+
+namespace qx {
+
+namespace {
+
+// An address inside this module.
+const char anchor = 0;
+
+}  // namespace
+
+bool PosixHostService::IsSupported() {
+    return true;
+}
+
+uint32_t PosixHostService::ComputerName(char (&name)[16]) {
+    char full[256] = {};
+    if (::gethostname(full, sizeof full - 1) != 0) {
+        return 0;
+    }
+    uint32_t length = 0;
+    while (length < sizeof name - 1 && full[length] != '\0' && full[length] != '.') {
+        const char c = full[length];
+        name[length++] = c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
+    }
+    return length;
+}
+
+// The handle of the main program keeps nothing loaded that could go away, but answers the same calls.
+OsModule* PosixHostService::PinModule() {
+    Dl_info info{};
+    void* map = nullptr;
+    if (::dladdr1(&anchor, &info, &map, RTLD_DL_LINKMAP) == 0 || map == nullptr) {
+        return nullptr;
+    }
+    const char* path = static_cast<const link_map*>(map)->l_name;
+    return static_cast<OsModule*>(::dlopen(path[0] == '\0' ? nullptr : path, RTLD_NOW | RTLD_NOLOAD));
+}
+
+void PosixHostService::UnpinModule(OsModule* module) {
+    ::dlclose(module);
+}
+
+}  // namespace qx

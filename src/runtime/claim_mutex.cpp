@@ -1,0 +1,87 @@
+#include "runtime/claim_mutex.h"
+
+#include <optional>
+
+#include "runtime/counters.h"
+#include "runtime/status.h"
+
+namespace qx {
+
+bool ClaimMutex::Claim(Node& node) {
+    claims_.fetch_add(1, std::memory_order_relaxed);
+    node.Next = nullptr;
+    lock_.Acquire();
+    if (head_ == nullptr) {
+        head_ = &node;
+        tail_ = &node;
+        lock_.Release();
+        return true;
+    }
+    const std::optional<EventIndex> event = theWaitEvents.Take();
+    if (!event) {
+        lock_.Release();
+        theProcessCounters.Increment(Counter::ClaimMutexInitSuspendErrors);
+        return false;
+    }
+    node.Event = *event;
+    tail_->Next = &node;
+    tail_ = &node;
+    suspends_.fetch_add(1, std::memory_order_relaxed);
+    lock_.Release();
+    theWaitEvents.Wait(*event);
+    // The releasing thread may still be inside its critical section, and the mutex may be gone once this owner is done.
+    lock_.Acquire();
+    lock_.Release();
+    return true;
+}
+
+bool ClaimMutex::TryClaim(Node& node) {
+    node.Next = nullptr;
+    {
+        const SpinHold hold(lock_);
+        if (head_ != nullptr) {
+            return false;
+        }
+        head_ = &node;
+        tail_ = &node;
+    }
+    claims_.fetch_add(1, std::memory_order_relaxed);
+    return true;
+}
+
+void ClaimMutex::Release(Node& node) {
+    const SpinHold hold(lock_);
+    releases_.fetch_add(1, std::memory_order_relaxed);
+    head_ = node.Next;
+    if (head_ != nullptr) {
+        resumes_.fetch_add(1, std::memory_order_relaxed);
+        theWaitEvents.Signal(head_->Event);
+    } else {
+        tail_ = nullptr;
+    }
+}
+
+ClaimHold::ClaimHold(ClaimMutex& mutex) : mutex_(&mutex) {
+    if (!mutex.Claim(node_)) {
+        mutex_ = nullptr;
+        Raise(Code::CannotSuspend);
+    }
+}
+
+void ClaimHold::Release() {
+    if (mutex_ != nullptr) {
+        mutex_->Release(node_);
+        mutex_ = nullptr;
+    }
+}
+
+OptionalClaimHold::OptionalClaimHold(ClaimMutex& mutex, bool wait)
+    : mutex_((wait ? mutex.Claim(node_) : mutex.TryClaim(node_)) ? &mutex : nullptr) {}
+
+OptionalClaimHold::~OptionalClaimHold() {
+    if (mutex_ != nullptr) {
+        mutex_->Release(node_);
+    }
+}
+
+}  // namespace qx

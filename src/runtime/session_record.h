@@ -1,0 +1,31 @@
+// A session: what an application's calls run under.
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+#include "runtime/buffer_access.h"
+#include "runtime/counters.h"
+#include "runtime/handle_list.h"
+
+namespace qx {
+
+struct CallerGroupLock;
+struct VolumeUse;
+
+struct SessionRecord {
+    HandleLinks Links;  // in the list of all sessions
+    BufferAccess Buffers;
+    uint32_t MaximumRecordSize = 0;  // bytes; 0: no limit
+    uint32_t MaximumIdentifierSessions = 0;
+    uint32_t IdentifierLength = 0;
+    char Identifier[16] = {};
+    VolumeUse* VolumeUses = nullptr;       // one for each volume that the session uses
+    CallerGroupLock* GroupLock = nullptr;  // the group that the session holds for its application
+    HandleList Files;                      // its open file handles
+    CounterSet Counters;
+
+    std::string_view IdentifierBytes() const { return {Identifier, IdentifierLength}; }
+};
+
+}  // namespace qx

@@ -1,0 +1,201 @@
+#include "storage/attachment.h"
+
+#include "storage/layout/file_header.h"
+
+namespace qx {
+
+namespace {
+
+void RaiseOpenFailure(FileResult result, WhichFile file) {
+    Raise(result == FileResult::Exhausted ? Code::NoFileHandle : Code::OpenFailed, Number(file));
+}
+
+void OpenPrimary(OpenFile& file) {
+    CachedFile& cached = file.PrimaryPart.Cached;
+    const std::string path = file.PathOf(WhichFile::Primary);
+    bool readOnly = file.Volume.Settings.ReadOnly;
+    FileResult result = CacheOpenFile(path, readOnly ? Access::ReadOnly : Access::ReadWrite, Sharing::Shared, cached);
+    if (result == FileResult::Failed && !readOnly) {
+        readOnly = true;
+        result = CacheOpenFile(path, Access::ReadOnly, Sharing::Shared, cached);
+    }
+    if (result != FileResult::Done) {
+        RaiseOpenFailure(result, WhichFile::Primary);
+    }
+    file.OpenedReadOnly = readOnly;
+    file.PrimaryPart.Written = false;
+}
+
+// A header that no file can have is refused here, so that everything after can rely on a frame that holds its header
+// and fits the file.
+void LoadHeader(OpenFile& file) {
+    uint8_t bytes[kLongestFileHeader];
+    const OsHandle handle = file.PrimaryPart.Cached.Handle;
+    if (OsRead(handle, 1, 0, bytes, sizeof bytes) != FileResult::Done) {
+        Raise(Code::ReadFailed, Number(WhichFile::Primary));
+    }
+    if (!IsFileHeaderLength(bytes[0])) {
+        Raise(Code::BadFrameHeader, Number(WhichFile::Primary));
+    }
+    const FileHeader header = DecodeFileHeader(bytes);
+    uint32_t wholeFrames = 0;
+    if (!IsPlausible(header) || !OsGetSize(handle, header.FrameSize, &wholeFrames) || wholeFrames == 0) {
+        Raise(Code::BadFrameHeader, Number(WhichFile::Primary));
+    }
+    file.FrameSize = header.FrameSize;
+    file.Threshold = header.Threshold;
+    file.ThresholdBytes = (file.Threshold * file.FrameSize) >> 8;
+    file.MergeBytes = file.ThresholdBytes * 9 / 10;
+    file.Modulo = header.Modulo;
+    file.SizeLock = header.SizeLock;
+    file.Counts.Load(header);
+    file.Group0HeaderSize.store(header.HeaderLength, std::memory_order_release);
+}
+
+// Under the entry's mutex: an open file that nobody uses any more is idle.
+void AddToIdle(FilePart& part) {
+    if (part.InUse == 0) {
+        IdleListAdd(part.Cached);
+    }
+}
+
+void RemoveFromIdle(FilePart& part) {
+    if (part.InUse == 0) {
+        IdleListRemove(part.Cached);
+    }
+}
+
+void Detach(FilePart& part) {
+    const OptionalClaimHold hold = OptionalClaimHold::Claim(part.Cached.Mutex);
+    if (hold) {
+        --part.InUse;
+        AddToIdle(part);
+    }
+}
+
+void FlushPart(FilePart& part, WhichFile file) {
+    if (!part.Written) {
+        return;
+    }
+    OsHandle handle;
+    {
+        const ClaimHold hold(part.Cached.Mutex);
+        handle = part.Cached.Handle;
+        if (handle == kNoOsHandle) {
+            return;
+        }
+        RemoveFromIdle(part);
+        ++part.InUse;
+    }
+    const bool good = !part.Written.exchange(false) || OsFlush(handle);
+    {
+        const ClaimHold hold(part.Cached.Mutex);
+        --part.InUse;
+        AddToIdle(part);
+    }
+    if (!good) {
+        Raise(Code::WriteFailed, Number(file));
+    }
+}
+
+}  // namespace
+
+std::string OpenFile::PathOf(WhichFile file) const {
+    std::string path = Volume.Name;
+    path += Name;
+    path += file == WhichFile::Primary ? ".LK" : ".OV";
+    return path;
+}
+
+PrimaryAttachment::PrimaryAttachment(OpenFile& file) : file_(file) {
+    FilePart& part = file.PrimaryPart;
+    const ClaimHold hold(part.Cached.Mutex);
+    if (!part.Cached.IsOpen()) {
+        OpenPrimary(file);
+    } else {
+        RemoveFromIdle(part);
+    }
+    if (!file.HeaderIsLoaded()) {
+        struct BackToIdle {
+            FilePart& Part;
+            bool Armed = true;
+            ~BackToIdle() {
+                if (Armed) {
+                    AddToIdle(Part);
+                }
+            }
+        } backToIdle{part};
+        LoadHeader(file);
+        backToIdle.Armed = false;
+    }
+    ++part.InUse;
+}
+
+PrimaryAttachment::~PrimaryAttachment() {
+    Detach(file_.PrimaryPart);
+}
+
+void OverflowAttachment::Attach(Missing missing) {
+    if (attached_) {
+        return;
+    }
+    FilePart& part = file_.OverflowPart;
+    const ClaimHold hold(part.Cached.Mutex);
+    if (part.Cached.IsOpen()) {
+        RemoveFromIdle(part);
+    } else {
+        Open(missing);
+    }
+    ++part.InUse;
+    attached_ = true;
+}
+
+void OverflowAttachment::Open(Missing missing) {
+    FilePart& part = file_.OverflowPart;
+    const std::string path = file_.PathOf(WhichFile::Overflow);
+    const bool readOnly = file_.OpenedReadOnly;
+    FileResult result =
+        CacheOpenFile(path, readOnly ? Access::ReadOnly : Access::ReadWrite, Sharing::Shared, part.Cached);
+    if (result == FileResult::Failed && missing == Missing::Create && !readOnly) {
+        const FileResult exists = CacheFileExists(path);
+        if (exists == FileResult::Failed) {
+            result = CacheCreateFile(path, Sharing::Shared, part.Cached);
+        } else if (exists == FileResult::Exhausted) {
+            result = exists;
+        }
+    }
+    if (result != FileResult::Done) {
+        RaiseOpenFailure(result, WhichFile::Overflow);
+    }
+    part.Written = false;
+}
+
+OverflowAttachment::~OverflowAttachment() {
+    if (attached_) {
+        Detach(file_.OverflowPart);
+    }
+}
+
+void FlushFile(OpenFile& file) {
+    FlushPart(file.PrimaryPart, WhichFile::Primary);
+    FlushPart(file.OverflowPart, WhichFile::Overflow);
+}
+
+void CloseParts(OpenFile& file) {
+    for (const WhichFile which : {WhichFile::Primary, WhichFile::Overflow}) {
+        FilePart& part = file.Part(which);
+        const OptionalClaimHold hold = OptionalClaimHold::Claim(part.Cached.Mutex);
+        if (!hold) {
+            continue;
+        }
+        if (which == WhichFile::Primary) {
+            file.Group0HeaderSize = 0;
+        }
+        if (part.Cached.IsOpen()) {
+            RemoveFromIdle(part);
+            CacheCloseFile(part.Cached);
+        }
+    }
+}
+
+}  // namespace qx

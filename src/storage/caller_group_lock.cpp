@@ -1,0 +1,172 @@
+#include "storage/caller_group_lock.h"
+
+#include "platform/platform.h"
+#include "storage/operation_context.h"
+#include "storage/select_hold.h"
+
+namespace qx {
+
+struct CallerGroupLock {
+    bool Held = false;
+    uint32_t File = kNoHandle;      // the handle it was taken through
+    ClaimMutex::Node PrimaryClaim;  // on the primary file's mutex
+    GroupLockRequest Request;
+};
+
+namespace {
+
+constexpr uint32_t kRetryMilliseconds = 55;
+
+void ClaimPrimary(OpenFile& file, ClaimMutex::Node& node) {
+    if (!file.PrimaryPart.Cached.Mutex.Claim(node)) {
+        Raise(Code::CannotSuspend);
+    }
+}
+
+void ReleasePrimary(OpenFile& file, ClaimMutex::Node& node) {
+    file.PrimaryPart.Cached.Mutex.Release(node);
+}
+
+// Owns the primary file's mutex with the caller's node until it is handed on to the session.
+class PrimaryClaim {
+  public:
+    PrimaryClaim(OpenFile& file, ClaimMutex::Node& node) : file_(file), node_(node) { Claim(); }
+    ~PrimaryClaim() { Release(); }
+    PrimaryClaim(const PrimaryClaim&) = delete;
+    PrimaryClaim& operator=(const PrimaryClaim&) = delete;
+
+    void Claim() {
+        ClaimPrimary(file_, node_);
+        owned_ = true;
+    }
+
+    void Release() {
+        if (owned_) {
+            owned_ = false;
+            ReleasePrimary(file_, node_);
+        }
+    }
+
+    void HandOn() { owned_ = false; }
+
+  private:
+    OpenFile& file_;
+    ClaimMutex::Node& node_;
+    bool owned_ = false;
+};
+
+bool HasUnstoredCounts(OpenFile& file) {
+    return !file.HeaderIsLoaded() || (!file.OpenedReadOnly && file.Counts.DifferFromStored(file.Group0HeaderSize));
+}
+
+// What goes wrong after attaching is noted: the counts then stay unstored and are tried again.
+void StoreCounts(FileCall& call, FirstFailure& failure) {
+    const PrimaryAttachment attachment(*call.File);
+    failure.Run([&] {
+        OperationContext context(*call.File, call.Levels);
+        if (HasUnstoredCounts(*call.File)) {
+            WriteHeaderIfDifferent(context);
+        }
+    });
+}
+
+void CloseIdle(FilePart& part) {
+    if (part.Cached.IsOpen()) {
+        IdleListRemove(part.Cached);
+        CacheCloseFile(part.Cached);
+    }
+    part.Written = false;
+}
+
+// Leaves the primary file's mutex claimed, the file unused by this process and its counts stored. Counts that cannot be
+// stored for as long as a group lock may wait are a failure.
+void Quiesce(FileCall& call, PrimaryClaim& claim) {
+    OpenFile& file = *call.File;
+    FirstFailure failure;
+    const uint64_t start = thePlatform.Clock->MonotonicMilliseconds();
+    for (;;) {
+        if (file.PrimaryPart.Cached.IsOpen() && file.PrimaryPart.InUse != 0) {
+            claim.Release();
+        } else if (HasUnstoredCounts(file)) {
+            claim.Release();
+            StoreCounts(call, failure);
+            if (thePlatform.Clock->MonotonicMilliseconds() - start > uint64_t{kDefaultGroupLockTimeout} * 1000) {
+                failure.RaiseIfAny();
+            }
+        } else {
+            return;
+        }
+        thePlatform.Threads->Sleep(kRetryMilliseconds);
+        claim.Claim();
+    }
+}
+
+void CloseOverflow(OpenFile& file) {
+    const ClaimHold hold(file.OverflowPart.Cached.Mutex);
+    CloseIdle(file.OverflowPart);
+}
+
+CallerGroupLock& RecordOf(SessionRecord& session) {
+    if (session.GroupLock == nullptr) {
+        session.GroupLock = theRecordHeap.Make<CallerGroupLock>();
+    }
+    return *session.GroupLock;
+}
+
+}  // namespace
+
+void LockGroupForCaller(FileCall& call, uint32_t group, bool exclusive) {
+    ReleaseCallerGroupLock(*call.Session);
+    CallerGroupLock& lock = RecordOf(*call.Session);
+    OpenFile& file = *call.File;
+    PrimaryClaim claim(file, lock.PrimaryClaim);
+    Quiesce(call, claim);
+    CloseIdle(file.PrimaryPart);
+    CloseOverflow(file);
+    if (!file.GroupLocks.Lock(lock.Request, group, exclusive, call.Levels)) {
+        Raise(Code::NoMemory);
+    }
+    lock.File = call.HandleNumber;
+    lock.Held = true;
+    claim.HandOn();
+}
+
+void TakeSelectHoldForCaller(FileCall& call) {
+    {
+        ClaimMutex::Node node;
+        PrimaryClaim claim(*call.File, node);
+        Quiesce(call, claim);
+        CloseIdle(call.File->PrimaryPart);
+    }
+    CloseOverflow(*call.File);
+    TakeSelectHold(call);
+}
+
+void ReleaseCallerGroupLock(SessionRecord& session) {
+    CallerGroupLock* lock = session.GroupLock;
+    if (lock == nullptr || !lock->Held) {
+        return;
+    }
+    lock->Held = false;
+    FileHandle& handle = *theLibrary.Files.PayloadOf<FileHandle>(lock->File);
+    const FileCall call(session, lock->File, handle);
+    call.File->GroupLocks.Unlock(lock->Request, call.Levels);
+    call.File->Group0HeaderSize = 0;
+    ReleasePrimary(*call.File, lock->PrimaryClaim);
+}
+
+void ReleaseCallerGroupLockOf(SessionRecord& session, uint32_t fileHandle) {
+    if (session.GroupLock != nullptr && session.GroupLock->File == fileHandle) {
+        ReleaseCallerGroupLock(session);
+    }
+}
+
+void EndCallerGroupLock(SessionRecord& session) {
+    ReleaseCallerGroupLock(session);
+    if (session.GroupLock != nullptr) {
+        theRecordHeap.End(session.GroupLock);
+        session.GroupLock = nullptr;
+    }
+}
+
+}  // namespace qx

@@ -1,0 +1,124 @@
+#include "storage/file_clearing.h"
+
+#include <optional>
+
+#include "storage/layout/empty_group.h"
+#include "storage/operation_context.h"
+
+namespace qx {
+
+namespace {
+
+// Keeps walks and changes of the modulo out while a file is cleared: exclusively, with the structure mutex, when nobody
+// holds the number of groups still; otherwise as one more of those who do.
+class ClearHold {
+  public:
+    explicit ClearHold(OperationContext& context) : context_(context) {
+        mutex_.emplace(context.File.StructureMutex);
+        if (context.File.SelectCount > 0) {
+            ++context.File.SelectCount;
+            mutex_.reset();
+        }
+    }
+
+    ~ClearHold() {
+        context_.HeaderLock.Release();
+        if (!IsExclusive()) {
+            const OptionalClaimHold hold = OptionalClaimHold::Claim(context_.File.StructureMutex);
+            --context_.File.SelectCount;
+        }
+    }
+
+    ClearHold(const ClearHold&) = delete;
+    ClearHold& operator=(const ClearHold&) = delete;
+
+    bool IsExclusive() const { return mutex_.has_value(); }
+
+  private:
+    OperationContext& context_;
+    std::optional<ClaimHold> mutex_;
+};
+
+FileHeader EmptyHeader(const OpenFile& file, uint32_t modulo) {
+    FileHeader header;
+    header.HeaderLength = static_cast<uint8_t>(file.Group0HeaderSize);
+    header.Modulo = modulo;
+    header.FrameSize = file.FrameSize;
+    header.Alpha = EmptyAlpha(header.HeaderLength, modulo);
+    header.Threshold = static_cast<uint8_t>(file.Threshold);
+    header.SizeLock = static_cast<uint16_t>(file.SizeLock);
+    return header;
+}
+
+void ShrinkToOneGroup(OperationContext& context, uint8_t* frame) {
+    OpenFile& file = context.File;
+    file.Modulo = 1;
+    file.Counts.Reset(EmptyAlpha(file.Group0HeaderSize, 1));
+    WriteFrame(context, WhichFile::Primary, 0, file.FrameSize, frame);
+    SetFileFrames(context, WhichFile::Primary, 1);
+    if (context.Settings().FlushAllUpdates || context.Settings().FlushFileSizeUpdates) {
+        FlushIfModified(context, WhichFile::Primary);
+    }
+}
+
+// A header that claims more groups than the file has frames would make the file grow without end.
+void EmptyEveryGroup(OperationContext& context, uint8_t* frame) {
+    OpenFile& file = context.File;
+    const uint32_t modulo = file.Modulo;
+    uint32_t frames = 0;
+    if (!OsGetSize(context.HandleOf(WhichFile::Primary), file.FrameSize, &frames) || frames < modulo) {
+        Raise(Code::BadFrameHeader, Number(WhichFile::Primary), 1);
+    }
+    file.Counts.Reset(EmptyAlpha(file.Group0HeaderSize, modulo));
+    WriteFrame(context, WhichFile::Primary, 0, file.FrameSize, frame);
+    TurnIntoEmptyGroup(context.FillCharacter(), frame);
+    for (uint32_t group = 1; group < modulo; ++group) {
+        context.GroupLock.Lock(group, true);
+        context.Output.Place.Group = group;
+        WriteFrame(context, WhichFile::Primary, group, file.FrameSize, frame);
+        context.GroupLock.Release();
+    }
+    if (context.Settings().FlushAllUpdates) {
+        FlushIfModified(context, WhichFile::Primary);
+    }
+}
+
+// Emptying the file empties its free-frame list. A missing overflow file is left missing.
+void EmptyOverflow(OperationContext& context) {
+    StatusRecord ignored{};
+    const bool attached = RunCatching(ignored, [&] {
+        context.AttachOverflow(OverflowAttachment::Missing::Fail);
+        return true;
+    });
+    if (attached) {
+        SetFileFrames(context, WhichFile::Overflow, 0);
+        if (context.Settings().FlushAllUpdates || context.Settings().FlushFileSizeUpdates) {
+            FlushIfModified(context, WhichFile::Overflow);
+        }
+    }
+}
+
+}  // namespace
+
+void ClearHashedFile(FileCall& call) {
+    OpenFile& file = *call.File;
+    const PrimaryAttachment attachment(file);
+    if (!call.MayWrite()) {
+        Raise(Code::ReadOnly, 1);
+    }
+    OperationContext context(file, call.Levels);
+    const ClearHold hold(context);
+    ReadHeader(context, HeaderAccess::Exclusive);
+    const bool shrink = file.SizeLock == 0 && hold.IsExclusive();
+    uint8_t* frame = context.Output.Place.Buffer;
+    MakeEmptyHeaderGroup(EmptyHeader(file, shrink ? 1 : file.Modulo.load()), context.FillCharacter(), frame);
+    file.Counts.ResetRecordCount();
+    if (shrink) {
+        ShrinkToOneGroup(context, frame);
+    } else {
+        EmptyEveryGroup(context, frame);
+    }
+    EmptyOverflow(context);
+}
+
+}  // namespace qx

@@ -1,0 +1,33 @@
+// The file handle record: one for each QXOpenFile.
+#pragma once
+
+#include <cstdint>
+
+#include "runtime/counters.h"
+#include "runtime/handle_list.h"
+
+namespace qx {
+
+struct OpenFile;
+struct VolumeUse;
+
+inline constexpr uint32_t kDefaultSelectDelimiter = 0xFE;
+
+struct FileHandle {
+    uint32_t Session = kNoHandle;  // that opened it
+    HandleLinks SessionLinks;      // in the session's file list
+    VolumeUse* Use = nullptr;      // the session's use of the volume
+    HandleLinks VolumeLinks;       // in the volume use's file list
+    OpenFile* File = nullptr;
+    HandleLinks FileLinks;  // in the open-file record's handle list
+    bool ReadOnly = false;  // the handle may not change the file
+    uint32_t SelectDelimiter = kDefaultSelectDelimiter;
+    uint32_t SelectMinimumSize = 0;
+    bool TrimLastDelimiter = false;
+    bool PositionObjectInUse = false;
+    uint32_t PositionObject = 0;
+    uint32_t SelectCount = 0;  // select holds that the handle has taken and not given up
+    CounterSet Counters;
+};
+
+}  // namespace qx

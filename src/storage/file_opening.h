@@ -1,0 +1,22 @@
+// File handles: opening and closing them, and flushing the files of a session.
+#pragma once
+
+#include <cstdint>
+#include <qx.h>
+
+#include "storage/file_call.h"
+#include "storage/name_resolution.h"
+
+namespace qx {
+
+// A handle on a resolved file: a new one, or one that the session has already if the options ask for that. Raises 1015.
+uint32_t OpenHandle(ResolvedFile& resolved, uint32_t sessionHandle, const OpenOptions& options);
+
+// Closes a handle that has been withdrawn from use and with the last one the file. Everything is released whatever
+// fails; the first failure is kept in `failure`.
+void CloseHandle(FileCall& call, FirstFailure& failure);
+
+// Flushes every file of the session that was written to.
+void FlushSession(SessionRecord& session, FirstFailure& failure);
+
+}  // namespace qx

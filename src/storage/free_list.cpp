@@ -1,0 +1,217 @@
+#include "storage/free_list.h"
+
+#include <algorithm>
+
+#include "storage/operation_context.h"
+
+namespace qx {
+
+FreeList::FreeList(OperationContext& context, uint8_t* buffer)
+    : context_(context), buffer_(buffer), geometry_(context.File.FrameSize), list_(buffer) {}
+
+void FreeList::FailOrder() {
+    Raise(Code::BadFrameHeader, Number(WhichFile::Overflow), context_.Input.Group + 1);
+}
+
+void FreeList::Load() {
+    if (loaded_) {
+        return;
+    }
+    context_.AttachOverflow(OverflowAttachment::Missing::Create);
+    context_.AllocationLock.Lock(kOverflowAllocation, true);
+    dirty_ = false;
+    resized_ = false;
+    unsorted_ = 0;
+    if (ReadFrame(context_, WhichFile::Overflow, 0, context_.File.FrameSize, ShortRead::Allow, buffer_)) {
+        CheckFrameZero();
+    } else {
+        list_.MakeEmpty(context_.File.FrameSize, context_.FillCharacter());
+    }
+    loaded_ = true;
+    loadedEnd_ = HighWater();
+    loadedFree_ = list_.Count() - 1;
+}
+
+// A list that claims more frames than the file has must not make the file grow to fit. Only free frames at its end may
+// be missing: they go before the list that no longer names them is written.
+void FreeList::CheckEnd() {
+    if (loadedEnd_ > 1 + loadedFree_ && !context_.OverflowHolds(loadedEnd_ - loadedFree_)) {
+        FailOrder();
+    }
+}
+
+// Every entry is below the first, so a list in order names no frame beyond the end that it claims. The claim itself is
+// tested when it is used.
+void FreeList::CheckFrameZero() {
+    if (list_.Count() > (context_.File.FrameSize - 7) / 4 || !list_.IsDescending() || HighWater() == 0xFFFFFFFF) {
+        FailOrder();
+    }
+}
+
+// Entry 0 of frame 0 is larger than every free number and stops every scan. A number that is there already would hand
+// one frame out twice.
+void FreeList::SortNewEntries() {
+    const uint32_t count = list_.Count();
+    for (uint32_t i = count - unsorted_; i < count; ++i) {
+        const uint32_t entry = list_.Entry(i);
+        uint32_t at = i;
+        while (at > 0 && list_.Entry(at - 1) < entry) {
+            --at;
+        }
+        if (at == 0 || list_.Entry(at - 1) == entry) {
+            FailOrder();
+        }
+        list_.MoveEntries(at, at + 1, i - at);
+        list_.SetEntry(at, entry);
+    }
+    unsorted_ = 0;
+}
+
+uint32_t FreeList::Allocate(uint32_t near) {
+    Load();
+    dirty_ = true;
+    SortNewEntries();
+    if (list_.Next() != 0 && list_.Count() <= geometry_.Quarter) {
+        Refill();
+    }
+    uint32_t count = list_.Count();
+    uint32_t chosen = count - 1;
+    while (chosen > 0 && list_.Entry(chosen) <= near) {
+        --chosen;
+    }
+    if (chosen + 1 < count && near - list_.Entry(chosen + 1) < list_.Entry(chosen) - near) {
+        ++chosen;
+    }
+    const uint32_t frame = list_.Entry(chosen);
+    if (chosen == 0) {
+        if (frame == 1) {
+            // The file's first overflow frame: if it were written and this list never was, frame 0 would be a hole.
+            WriteListFrame(0);
+        }
+        CheckEnd();
+        list_.SetEntry(0, frame + 1);
+        resized_ = true;
+    } else {
+        list_.MoveEntries(chosen + 1, chosen, count - chosen - 1);
+        list_.SetEntry(count - 1, 0);
+        list_.SetCount(count - 1);
+    }
+    return frame;
+}
+
+void FreeList::Free(uint32_t frame) {
+    Load();
+    if (list_.Count() >= geometry_.Capacity) {
+        Spill();
+    }
+    dirty_ = true;
+    list_.SetEntry(list_.Count(), frame);
+    list_.SetCount(list_.Count() + 1);
+    ++unsorted_;
+}
+
+// A chained list frame, of which only the part in use is read.
+void FreeList::ReadListFrame(uint32_t frame) {
+    ReadFrame(context_, WhichFile::Overflow, frame, geometry_.HalfBytes, ShortRead::Fail, buffer_);
+    if (list_.Count() != geometry_.Half || !list_.IsDescending() || list_.Entry(0) != frame) {
+        FailOrder();
+    }
+}
+
+void FreeList::WriteListFrame(uint32_t frame) {
+    WriteFrame(context_, WhichFile::Overflow, frame, context_.File.FrameSize, buffer_);
+}
+
+// Moves the smaller half of frame 0's entries into the chain. Along the chain the numbers descend, so the moved block
+// is merged into one list frame after the other, each of which keeps the larger half and passes the smaller one on.
+void FreeList::Spill() {
+    const uint32_t half = geometry_.Half;
+    SortNewEntries();
+    const uint32_t left = list_.Count() - half;
+    list_.SetCount(left);
+    uint32_t link = list_.Next();
+    list_.SetNext(std::max(link, list_.Entry(left)));
+    WriteListFrame(0);
+    list_.MoveEntries(left, half, half);
+    for (uint32_t steps = 1; link != 0; ++steps) {
+        if (!context_.OverflowHolds(steps)) {
+            FailOrder();
+        }
+        ReadListFrame(link);
+        if (list_.Entry(half) > list_.Entry(0)) {
+            list_.SwapEntries(0, half);
+        }
+        list_.SetCount(2 * half);
+        unsorted_ = half;
+        SortNewEntries();
+        link = list_.Next();
+        list_.SetNext(std::max(link, list_.Entry(half)));
+        list_.SetCount(half);
+        WriteListFrame(list_.Entry(0));
+    }
+    list_.SetNext(0);
+    list_.MoveEntries(half, 0, half);
+    list_.SetCount(half);
+    WriteListFrame(list_.Entry(0));
+    ReadFrame(context_, WhichFile::Overflow, 0, context_.File.FrameSize, ShortRead::Fail, buffer_);
+}
+
+// Pulls the first chained list frame back; it becomes an ordinary free frame itself.
+void FreeList::Refill() {
+    const uint32_t half = geometry_.Half;
+    const uint32_t count = list_.Count();
+    list_.MoveEntries(0, half, count);
+    ReadListFrame(list_.Next());
+    list_.SetCount(half + count);
+    list_.SwapEntries(0, half);
+    unsorted_ = count;
+    SortNewEntries();
+}
+
+// Takes the free frames at the end of the file off the list and off the file.
+void FreeList::Trim() {
+    const uint32_t count = list_.Count();
+    uint32_t run = 0;
+    while (run + 1 < count && list_.Entry(run + 1) == list_.Entry(run) - 1) {
+        ++run;
+    }
+    if (run == 0) {
+        return;
+    }
+    const uint32_t highWater = HighWater() - run;
+    list_.MoveEntries(run + 1, 1, count - run - 1);
+    list_.SetEntry(0, highWater);
+    list_.SetCount(count - run);
+    SetFileFrames(context_, WhichFile::Overflow, highWater);
+    resized_ = true;
+}
+
+void FreeList::Commit() {
+    if (!loaded_) {
+        return;
+    }
+    loaded_ = false;
+    if (dirty_) {
+        SortNewEntries();
+        Trim();
+        while (list_.Next() != 0 && list_.Next() == HighWater() - 1) {
+            if (list_.Count() > geometry_.Half) {
+                Spill();
+            }
+            Refill();
+            Trim();
+        }
+        if (list_.Count() == 1 && HighWater() == 1) {
+            SetFileFrames(context_, WhichFile::Overflow, 0);
+            resized_ = true;
+        } else {
+            WriteListFrame(0);
+        }
+        if (resized_ && context_.Settings().FlushFileSizeUpdates) {
+            FlushIfModified(context_, WhichFile::Overflow);
+        }
+    }
+    context_.AllocationLock.Release();
+}
+
+}  // namespace qx

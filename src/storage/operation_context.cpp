@@ -1,0 +1,32 @@
+#include "storage/operation_context.h"
+
+#include "storage/frame_io.h"
+
+namespace qx {
+
+OperationContext::OperationContext(OpenFile& file, const CounterLevels& levels)
+    : File(file),
+      Levels(levels),
+      area_(size_t{kBufferCount} * file.FrameSize),
+      overflow_(file),
+      HeaderLock(file, levels),
+      GroupLock(file, levels),
+      AllocationLock(file, levels),
+      Input(*this, Buffer(0)),
+      Output(*this, Buffer(1), Buffer(2)),
+      List(*this, Buffer(3)) {}
+
+bool OperationContext::OverflowHolds(uint64_t frames) {
+    if (frames <= File.OverflowFramesSeen.load(std::memory_order_relaxed)) {
+        return true;
+    }
+    uint32_t held = 0;
+    if (!OsGetSize(HandleOf(WhichFile::Overflow), File.FrameSize, &held)) {
+        Levels.CountWork(Counter::ReadErrors);
+        Raise(Code::ReadFailed, Number(WhichFile::Overflow), Input.Group + 1);
+    }
+    File.OverflowFramesSeen.store(held, std::memory_order_relaxed);
+    return frames <= held;
+}
+
+}  // namespace qx

@@ -1,0 +1,33 @@
+#include "storage/select_hold.h"
+
+namespace qx {
+
+void TakeSelectHold(FileCall& call) {
+    call.Levels.CountWork(Counter::SelectLocks);
+    const ClaimHold hold(call.File->StructureMutex);
+    if (call.Handle->SelectCount == 0) {
+        ++call.File->SelectCount;
+    }
+    ++call.Handle->SelectCount;
+}
+
+void ReleaseSelectHold(FileCall& call) {
+    call.Levels.CountWork(Counter::SelectUnlocks);
+    OpenFile& file = *call.File;
+    const OptionalClaimHold hold = OptionalClaimHold::Claim(file.StructureMutex);
+    if (!hold || call.Handle->SelectCount == 0 || --call.Handle->SelectCount > 0 || --file.SelectCount > 0) {
+        return;
+    }
+    if (file.SizeLock <= 1) {
+        file.Counts.RestartTally(file.Modulo);
+    }
+}
+
+void ReleaseAllSelectHolds(FileCall& call) {
+    if (call.Handle->SelectCount > 0) {
+        call.Handle->SelectCount = 1;
+        ReleaseSelectHold(call);
+    }
+}
+
+}  // namespace qx

@@ -1,0 +1,159 @@
+#include "volume/canonical_path.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "platform/platform.h"
+#include "runtime/library_record.h"
+#include "runtime/status.h"
+
+namespace qx {
+
+namespace {
+
+std::string UpperCase(std::string_view text) {
+    std::string upper(text);
+    for (char& c : upper) {
+        if (c >= 'a' && c <= 'z') {
+            c = static_cast<char>(c - 'a' + 'A');
+        }
+    }
+    return upper;
+}
+
+std::vector<std::string_view> Components(std::string_view path) {
+    std::vector<std::string_view> components;
+    while (!path.empty()) {
+        const size_t end = std::min(path.find('\\'), path.size());
+        components.push_back(path.substr(0, end));
+        path.remove_prefix(std::min(end + 1, path.size()));
+    }
+    return components;
+}
+
+bool IsFileName(std::string_view component) {
+    return !component.empty() && component != "." && component != "..";
+}
+
+void DropLastComponent(std::string& directory, size_t shortest) {
+    directory.resize(std::max(directory.rfind('/'), shortest));
+}
+
+// A directory of this computer, without links and without a separator at its end; the root directory is empty.
+class DirectoryWalk {
+  public:
+    explicit DirectoryWalk(std::string start) : path_(std::move(start)) {
+        if (path_ == "/") {
+            path_.clear();
+        }
+    }
+
+    void Enter(std::string_view component) {
+        if (component.empty() || component == ".") {
+            return;
+        }
+        if (component == "..") {
+            if (!path_.empty()) {
+                DropLastComponent(path_, 0);
+            }
+            return;
+        }
+        const std::string next = path_ + '/' + Stored(component, "");
+        if (!thePlatform.Directories->ResolveDirectoryLink(next, &path_)) {
+            path_ = next;
+        }
+        if (path_ == "/") {
+            path_.clear();
+        }
+    }
+
+    std::string Stored(std::string_view stem, std::string_view extension) const {
+        std::string stored(stem);
+        thePlatform.Directories->FindEntry(path_.empty() ? "/" : path_, stem, extension, &stored);
+        return stored;
+    }
+
+    const std::string& Path() const { return path_; }
+
+  private:
+    std::string path_;
+};
+
+std::optional<CanonicalPath> LocalPath(std::string_view name) {
+    std::string start;
+    if (!name.starts_with('\\') && !thePlatform.Directories->CurrentDirectory(&start)) {
+        return std::nullopt;
+    }
+    const std::vector<std::string_view> components = Components(name);
+    if (components.empty() || name.back() == '\\' || !IsFileName(components.back())) {
+        return std::nullopt;
+    }
+    DirectoryWalk directory(std::move(start));
+    for (size_t i = 0; i + 1 < components.size(); ++i) {
+        directory.Enter(components[i]);
+    }
+    std::string local = directory.Path() + '/' + directory.Stored(components.back(), kPrimaryExtension);
+    if (local.find('\\') != std::string::npos) {
+        return std::nullopt;  // a directory whose own name holds a separator cannot be named
+    }
+    std::replace(local.begin(), local.end(), '/', '\\');
+    std::string path = "\\\\";
+    path += theLibrary.Host();
+    path += local;
+    return CanonicalPath{std::move(path), theLibrary.ComputerNameLength + 3};
+}
+
+// A path on another computer; its directories cannot be looked up.
+std::optional<CanonicalPath> NetworkPath(std::string_view server, std::string_view rest) {
+    const std::vector<std::string_view> components = Components(rest);
+    if (components.size() < 2 || rest.back() == '\\' || !IsFileName(components.front()) ||
+        !IsFileName(components.back())) {
+        return std::nullopt;
+    }
+    std::string path = "\\\\" + std::string(server) + '\\' + UpperCase(components.front()) + '\\';
+    const size_t root = path.size();
+    std::vector<std::string_view> kept;
+    for (size_t i = 1; i + 1 < components.size(); ++i) {
+        if (IsFileName(components[i])) {
+            kept.push_back(components[i]);
+        } else if (components[i] == ".." && !kept.empty()) {
+            kept.pop_back();
+        }
+    }
+    for (const std::string_view component : kept) {
+        path += component;
+        path += '\\';
+    }
+    path += components.back();
+    return CanonicalPath{std::move(path), root};
+}
+
+std::optional<CanonicalPath> AnyPath(std::string_view name) {
+    if (!name.starts_with("\\\\")) {
+        return LocalPath(name);
+    }
+    const size_t serverEnd = name.find('\\', 2);
+    if (serverEnd == std::string_view::npos) {
+        Raise(Code::BadServerName);
+    }
+    const std::string server = UpperCase(name.substr(2, serverEnd - 2));
+    return server == theLibrary.Host() ? LocalPath(name.substr(serverEnd))
+                                       : NetworkPath(server, name.substr(serverEnd + 1));
+}
+
+}  // namespace
+
+std::optional<CanonicalPath> MakeCanonicalPath(std::string_view name) {
+    if (name.empty() || name.size() > kLongestCanonicalPath || name.find('\0') != std::string_view::npos) {
+        return std::nullopt;
+    }
+    std::string separated(name);
+    std::replace(separated.begin(), separated.end(), '/', '\\');
+    std::optional<CanonicalPath> path = AnyPath(separated);
+    if (path && path->Path.size() > kLongestCanonicalPath) {
+        return std::nullopt;
+    }
+    return path;
+}
+
+}  // namespace qx

@@ -1,0 +1,77 @@
+#include "volume/volume_record.h"
+
+#include <cstddef>
+#include <new>
+
+#include "runtime/library_record.h"
+#include "runtime/session_record.h"
+
+namespace qx {
+
+// Never ended: a program may exit while threads of its own are still inside the library.
+NameTree<VolumeRecord>& Volumes() {
+    alignas(NameTree<VolumeRecord>) static std::byte storage[sizeof(NameTree<VolumeRecord>)];
+    static auto* volumes = new (storage) NameTree<VolumeRecord>;
+    return *volumes;
+}
+
+VolumeRecord& VolumeOf(std::string_view name) {
+    const auto found = Volumes().find(name);
+    if (found != Volumes().end()) {
+        return *found->second;
+    }
+    OwnedRecord<VolumeRecord> volume(theRecordHeap.Make<VolumeRecord>(name));
+    volume->Settings.FillCharacter = static_cast<uint8_t>(theLibrary.FillCharacter);
+    Volumes().emplace(volume->Name, volume.get());
+    theProcessCounters.Enter(Counter::ActiveVolumes, Counter::PeakActiveVolumes);
+    theProcessCounters.Increment(Counter::AddVolumes);
+    return *volume.release();
+}
+
+VolumeUse& UseVolume(SessionRecord& session, uint32_t sessionHandle, VolumeRecord& volume) {
+    for (VolumeUse* use = session.VolumeUses; use != nullptr; use = use->NextOfSession) {
+        if (use->Volume == &volume) {
+            return *use;
+        }
+    }
+    VolumeUse* use = theRecordHeap.Make<VolumeUse>();
+    use->Session = sessionHandle;
+    use->Volume = &volume;
+    use->NextOfSession = session.VolumeUses;
+    session.VolumeUses = use;
+    use->NextOfVolume = volume.Uses;
+    volume.Uses = use;
+    return *use;
+}
+
+namespace {
+
+template <VolumeUse* VolumeUse::*next>
+void Unlink(VolumeUse** head, VolumeUse& use) {
+    while (*head != &use) {
+        head = &((*head)->*next);
+    }
+    *head = use.*next;
+}
+
+}  // namespace
+
+void LeaveVolume(SessionRecord& session, VolumeUse& use) {
+    if (!use.Files.IsEmpty()) {
+        return;
+    }
+    Unlink<&VolumeUse::NextOfSession>(&session.VolumeUses, use);
+    Unlink<&VolumeUse::NextOfVolume>(&use.Volume->Uses, use);
+    theRecordHeap.End(&use);
+}
+
+void ForgetVolumes() {
+    while (!Volumes().empty()) {
+        VolumeRecord* volume = Volumes().begin()->second;
+        Volumes().erase(Volumes().begin());
+        theRecordHeap.End(volume);
+        theProcessCounters.Leave(Counter::ActiveVolumes);
+    }
+}
+
+}  // namespace qx

@@ -1,0 +1,68 @@
+// Volumes: the directories that hold hashed files.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <string>
+#include <string_view>
+
+#include "runtime/counters.h"
+#include "runtime/handle_list.h"
+#include "runtime/record_heap.h"
+
+namespace qx {
+
+struct OpenFile;
+struct SessionRecord;
+struct VolumeUse;
+
+// Names in their order: bytes first, unsigned, then the shorter first.
+template <class Record>
+using NameTree =
+    std::map<std::string_view, Record*, std::less<>, RecordHeapAllocator<std::pair<const std::string_view, Record*>>>;
+
+struct VolumeSettings {
+    bool ReadOnly = false;              // nothing on the volume may be changed
+    bool FlushFileSizeUpdates = false;  // flush a file whenever its size changes
+    bool FlushAllUpdates = false;       // flush a file after every update
+    uint8_t FillCharacter = 0;          // what the free space of frames is filled with
+    uint32_t MaximumRecordSize = 0;     // bytes; 0: no limit
+};
+
+// One for each volume that the process has used; kept until the library stops.
+struct VolumeRecord {
+    explicit VolumeRecord(std::string_view name) : Name(name) {}
+
+    const std::string Name;  // the directory's canonical path, with a separator at its end
+    VolumeSettings Settings;
+    VolumeUse* Uses = nullptr;  // the sessions that use the volume
+    NameTree<OpenFile> Files;
+    CounterSet Counters;
+};
+
+// A session's use of a volume; it lives while the session has files there.
+struct VolumeUse {
+    uint32_t Session = kNoHandle;
+    VolumeRecord* Volume = nullptr;
+    VolumeUse* NextOfSession = nullptr;
+    VolumeUse* NextOfVolume = nullptr;
+    HandleList Files;  // the session's file handles on this volume
+};
+
+// The process's volumes; changed only under the API mutex.
+NameTree<VolumeRecord>& Volumes();
+
+// The record of a volume, made if this is its first use in the process. Raises 1015.
+VolumeRecord& VolumeOf(std::string_view name);
+
+// The session's use of the volume, begun if there is none. Raises 1015.
+VolumeUse& UseVolume(SessionRecord& session, uint32_t sessionHandle, VolumeRecord& volume);
+
+// Ends the use if the session has no file on the volume any more.
+void LeaveVolume(SessionRecord& session, VolumeUse& use);
+
+// Frees every volume; no session may be using one.
+void ForgetVolumes();
+
+}  // namespace qx
