@@ -1,0 +1,39 @@
+#include "messages.h"
+
+#include <iostream>
+
+namespace qx::tool {
+
+void Complain(std::string_view text) {
+    // One piece, so that the lines of several processes on one terminal stay whole.
+    std::string line = "qx: ";
+    line.append(text);
+    line += '\n';
+    std::cerr << line << std::flush;
+}
+
+std::string Describe(const qx::Error& error) {
+    return std::string(error.what()) + " (code " + std::to_string(error.Code()) + ")";
+}
+
+std::string Quoted(std::string_view bytes) {
+    constexpr std::string_view kDigits = "0123456789ABCDEF";
+    std::string text = "\"";
+    for (const char c : bytes) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (c == '"' || c == '\\') {
+            text += '\\';
+            text += c;
+        } else if (byte >= 0x20 && byte <= 0x7E) {
+            text += c;
+        } else {
+            text += "\\x";
+            text += kDigits[byte >> 4];
+            text += kDigits[byte & 15];
+        }
+    }
+    text += '"';
+    return text;
+}
+
+}  // namespace qx::tool

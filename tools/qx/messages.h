@@ -1,0 +1,19 @@
+#pragma once
+
+#include <qx.hpp>
+#include <string>
+#include <string_view>
+
+namespace qx::tool {
+
+/// Writes a line to standard error: "qx: " and the text.
+void Complain(std::string_view text);
+
+/// A failed call in words: "The hashed file does not exist. (code 231)".
+std::string Describe(const qx::Error& error);
+
+/// Bytes in a form that fits into a line and leaves a terminal alone: in double quotes, and whatever is not printable
+/// ASCII as \xNN.
+std::string Quoted(std::string_view bytes);
+
+}  // namespace qx::tool

@@ -1,0 +1,57 @@
+#include "progress_line.h"
+
+#include <cmath>
+#include <iostream>
+#include <string>
+
+#include "number_text.h"
+#include "terminal.h"
+
+namespace qx::tool {
+
+namespace {
+
+constexpr std::chrono::milliseconds kInterval(200);
+
+// 75 as 1:15.
+std::string MinutesAndSeconds(double seconds) {
+    const long whole = std::lround(seconds);
+    const long rest = whole % 60;
+    return std::to_string(whole / 60) + (rest < 10 ? ":0" : ":") + std::to_string(rest);
+}
+
+}  // namespace
+
+ProgressLine::ProgressLine() : shown_(IsTerminal(Stream::Error)) {}
+
+double ProgressLine::Seconds() const {
+    return std::chrono::duration<double>(Clock::now() - start_).count();
+}
+
+void ProgressLine::Refresh(std::uint64_t records, std::uint64_t bytes, std::optional<std::uint64_t> total) {
+    const Clock::time_point now = Clock::now();
+    if (now < next_) {
+        return;
+    }
+    next_ = now + kInterval;
+    const double seconds = Seconds();
+    std::string text = Counted(records, "record");
+    if (seconds > 0) {
+        text += ", " + Grouped(static_cast<std::uint64_t>(static_cast<double>(records) / seconds)) + " a second";
+    }
+    if (total && bytes > 0 && bytes <= *total) {
+        const double part = static_cast<double>(bytes) / static_cast<double>(*total);
+        text += ", " + OneDecimal(part * 100) + " %, " + MinutesAndSeconds(seconds / part - seconds) + " to go";
+    }
+    std::cerr << "\r\x1B[K" << text << std::flush;
+    visible_ = true;
+}
+
+void ProgressLine::Clear() {
+    if (visible_) {
+        std::cerr << "\r\x1B[K" << std::flush;
+        visible_ = false;
+    }
+}
+
+}  // namespace qx::tool

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+
+namespace qx::tool {
+
+/// One line on standard error that tells how far a long job is; nothing at all when that is no terminal.
+class ProgressLine {
+  public:
+    ProgressLine();
+    ProgressLine(const ProgressLine&) = delete;
+    ProgressLine& operator=(const ProgressLine&) = delete;
+    ~ProgressLine() { Clear(); }
+
+    /// To be called for every record; shows something a few times a second. `total`: bytes, where known.
+    void Show(std::uint64_t records, std::uint64_t bytes, std::optional<std::uint64_t> total) {
+        if (shown_ && records % kRecordsBetweenLooks == 0) {
+            Refresh(records, bytes, total);
+        }
+    }
+
+    /// Takes the line away.
+    void Clear();
+
+    /// Since it was made.
+    double Seconds() const;
+
+  private:
+    using Clock = std::chrono::steady_clock;
+    static constexpr std::uint64_t kRecordsBetweenLooks = 64;
+
+    void Refresh(std::uint64_t records, std::uint64_t bytes, std::optional<std::uint64_t> total);
+
+    bool shown_;
+    bool visible_ = false;
+    Clock::time_point start_ = Clock::now();
+    Clock::time_point next_ = start_;
+};
+
+}  // namespace qx::tool
