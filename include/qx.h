@@ -42,7 +42,7 @@ typedef struct StatusRecord {
 typedef int32_t (*BufferCallback)(uint32_t operation, uint32_t buffer, uint32_t length, uint32_t* outLength,
                                   void** outAddress, StatusRecord* status);
 
-/* Every caller record begins with its size in bytes; a word that the size does not cover is neither read nor written. */
+/* Every caller record begins with its size in bytes; words that the size does not cover are not read or written. */
 
 /* In: the interface version that the caller was written for, 1.1.0 or later. Out: the library's, 1.1.1. */
 typedef struct ApiVersionRecord {
