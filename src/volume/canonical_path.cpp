@@ -42,11 +42,7 @@ void DropLastComponent(std::string& directory, size_t shortest) {
 // A directory of this computer, without links and without a separator at its end; the root directory is empty.
 class DirectoryWalk {
   public:
-    explicit DirectoryWalk(std::string start) : path_(std::move(start)) {
-        if (path_ == "/") {
-            path_.clear();
-        }
-    }
+    explicit DirectoryWalk(std::string start) : path_(std::move(start)) { NormalizeRoot(); }
 
     void Enter(std::string_view component) {
         if (component.empty() || component == ".") {
@@ -62,9 +58,7 @@ class DirectoryWalk {
         if (!thePlatform.Directories->ResolveDirectoryLink(next, &path_)) {
             path_ = next;
         }
-        if (path_ == "/") {
-            path_.clear();
-        }
+        NormalizeRoot();
     }
 
     std::string Stored(std::string_view stem, std::string_view extension) const {
@@ -76,6 +70,12 @@ class DirectoryWalk {
     const std::string& Path() const { return path_; }
 
   private:
+    void NormalizeRoot() {
+        if (std::string_view(path_) == "/") {
+            path_.clear();
+        }
+    }
+
     std::string path_;
 };
 

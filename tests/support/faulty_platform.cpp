@@ -1,0 +1,316 @@
+#include "support/faulty_platform.h"
+
+#include <algorithm>
+
+namespace qx_test {
+
+using qx::SystemError;
+
+const char* NameOf(Call call) {
+    static constexpr const char* kNames[] = {
+        "Exists",         "Create",      "Open",       "ClaimForDelete",  "Delete",
+        "Read",           "Write",       "GetSize",    "SetSize",         "Flush",
+        "Lock",           "EventCreate", "EventReset", "HeapCreate",      "HeapAllocate",
+        "BufferAllocate", "ThreadStart", "PinModule",  "CurrentDirectory"};
+    static_assert(std::size(kNames) == kCallKinds);
+    return kNames[static_cast<uint32_t>(call)];
+}
+
+namespace {
+
+class Files final : public qx::FileService {
+  public:
+    explicit Files(FaultyPlatform& owner) : owner_(owner) {}
+
+    SystemError Exists(const char* path) override {
+        const SystemError error = owner_.Ask(Call::Exists);
+        return error != SystemError::None ? error : Real().Exists(path);
+    }
+
+    SystemError Create(const char* path, qx::Sharing sharing, qx::OsHandle* handle) override {
+        return Opened(owner_.Ask(Call::Create), [&] { return Real().Create(path, sharing, handle); });
+    }
+
+    SystemError Open(const char* path, qx::Access access, qx::Sharing sharing, qx::OsHandle* handle) override {
+        return Opened(owner_.Ask(Call::Open), [&] { return Real().Open(path, access, sharing, handle); });
+    }
+
+    void Close(qx::OsHandle handle) override {
+        Real().Close(handle);
+        --owner_.openHandles_;
+    }
+
+    SystemError ClaimForDelete(const char* path, qx::OsHandle* claim) override {
+        return Opened(owner_.Ask(Call::ClaimForDelete), [&] { return Real().ClaimForDelete(path, claim); });
+    }
+
+    SystemError DeleteClaimed(const char* path, qx::OsHandle claim) override {
+        --owner_.openHandles_;
+        const SystemError error = owner_.Ask(Call::Delete);
+        if (error != SystemError::None) {
+            Real().Close(claim);
+            return error;
+        }
+        return Real().DeleteClaimed(path, claim);
+    }
+
+    SystemError Read(qx::OsHandle handle, uint64_t offset, void* buffer, size_t length) override {
+        const SystemError error = owner_.Ask(Call::Read);
+        if (error != SystemError::None) {
+            Real().Read(handle, offset, buffer, std::min<size_t>(owner_.partial_, length));
+            return error;
+        }
+        return Real().Read(handle, offset, buffer, length);
+    }
+
+    SystemError Write(qx::OsHandle handle, uint64_t offset, const void* buffer, size_t length) override {
+        const SystemError error = owner_.Ask(Call::Write);
+        if (error != SystemError::None) {
+            Real().Write(handle, offset, buffer, std::min<size_t>(owner_.partial_, length));
+            return error;
+        }
+        return Real().Write(handle, offset, buffer, length);
+    }
+
+    SystemError GetSize(qx::OsHandle handle, uint64_t* size) override {
+        const SystemError error = owner_.Ask(Call::GetSize);
+        return error != SystemError::None ? error : Real().GetSize(handle, size);
+    }
+
+    SystemError SetSize(qx::OsHandle handle, uint64_t size) override {
+        const SystemError error = owner_.Ask(Call::SetSize);
+        return error != SystemError::None ? error : Real().SetSize(handle, size);
+    }
+
+    SystemError Flush(qx::OsHandle handle) override {
+        const SystemError error = owner_.Ask(Call::Flush);
+        return error != SystemError::None ? error : Real().Flush(handle);
+    }
+
+    SystemError TryLock(qx::OsHandle handle, uint64_t offset, uint32_t length, qx::LockMode mode) override {
+        SystemError error = owner_.Ask(Call::Lock);
+        if (error == SystemError::None) {
+            error = Real().TryLock(handle, offset, length, mode);
+        }
+        if (error == SystemError::None) {
+            ++owner_.locks_;
+        }
+        return error;
+    }
+
+    SystemError Unlock(qx::OsHandle handle, uint64_t offset, uint32_t length) override {
+        --owner_.locks_;
+        return Real().Unlock(handle, offset, length);
+    }
+
+  private:
+    qx::FileService& Real() { return *owner_.Real().Files; }
+
+    template <class Body>
+    SystemError Opened(SystemError error, Body&& body) {
+        if (error != SystemError::None) {
+            return error;
+        }
+        error = body();
+        if (error == SystemError::None) {
+            ++owner_.openHandles_;
+        }
+        return error;
+    }
+
+    FaultyPlatform& owner_;
+};
+
+class Events final : public qx::EventService {
+  public:
+    explicit Events(FaultyPlatform& owner) : owner_(owner) {}
+
+    qx::OsEvent* Create() override {
+        if (owner_.Ask(Call::EventCreate) != SystemError::None) {
+            return nullptr;
+        }
+        ++owner_.events_;
+        return Real().Create();
+    }
+    void Close(qx::OsEvent* event) override {
+        --owner_.events_;
+        Real().Close(event);
+    }
+    void Signal(qx::OsEvent* event) override { Real().Signal(event); }
+    bool Reset(qx::OsEvent* event) override {
+        return owner_.Ask(Call::EventReset) == SystemError::None && Real().Reset(event);
+    }
+    void Wait(qx::OsEvent* event) override { Real().Wait(event); }
+
+  private:
+    qx::EventService& Real() { return *owner_.Real().Events; }
+    FaultyPlatform& owner_;
+};
+
+class Heap final : public qx::PrivateHeap {
+  public:
+    Heap(FaultyPlatform& owner, qx::PrivateHeap* real) : owner_(owner), real_(real) {}
+    ~Heap() override {
+        owner_.heapBlocks_ -= static_cast<int64_t>(real_->BlockCount());
+        owner_.Real().Memory->DestroyHeap(real_);
+    }
+    void* Allocate(size_t size) override {
+        if (owner_.Ask(Call::HeapAllocate) != SystemError::None) {
+            return nullptr;
+        }
+        void* block = real_->Allocate(size);
+        owner_.heapBlocks_ += block != nullptr;
+        return block;
+    }
+    void Free(void* block) override {
+        --owner_.heapBlocks_;
+        real_->Free(block);
+    }
+    size_t BlockCount() const override { return real_->BlockCount(); }
+
+  private:
+    FaultyPlatform& owner_;
+    qx::PrivateHeap* const real_;
+};
+
+class Memory final : public qx::MemoryService {
+  public:
+    explicit Memory(FaultyPlatform& owner) : owner_(owner) {}
+
+    qx::PrivateHeap* CreateHeap(bool guarded) override {
+        if (owner_.Ask(Call::HeapCreate) != SystemError::None) {
+            return nullptr;
+        }
+        ++owner_.heaps_;
+        return new Heap(owner_, owner_.Real().Memory->CreateHeap(guarded));
+    }
+    void DestroyHeap(qx::PrivateHeap* heap) override {
+        --owner_.heaps_;
+        delete heap;
+    }
+    void* AllocateBuffer(size_t size) override {
+        return owner_.Ask(Call::BufferAllocate) == SystemError::None ? owner_.Real().Memory->AllocateBuffer(size)
+                                                                     : nullptr;
+    }
+    void FreeBuffer(void* buffer) override { owner_.Real().Memory->FreeBuffer(buffer); }
+
+  private:
+    FaultyPlatform& owner_;
+};
+
+class Threads final : public qx::ThreadService {
+  public:
+    explicit Threads(FaultyPlatform& owner) : owner_(owner) {}
+
+    qx::OsThread* Start(void (*body)(void*), void* argument) override {
+        return owner_.Ask(Call::ThreadStart) == SystemError::None ? Real().Start(body, argument) : nullptr;
+    }
+    void Join(qx::OsThread* thread) override { Real().Join(thread); }
+    void Yield() override { Real().Yield(); }
+    void Sleep(uint32_t milliseconds) override { Real().Sleep(milliseconds); }
+
+  private:
+    qx::ThreadService& Real() { return *owner_.Real().Threads; }
+    FaultyPlatform& owner_;
+};
+
+class Host final : public qx::HostService {
+  public:
+    explicit Host(FaultyPlatform& owner) : owner_(owner) {}
+
+    bool IsSupported() override { return Real().IsSupported(); }
+    uint32_t ComputerName(char (&name)[16]) override { return Real().ComputerName(name); }
+    qx::OsModule* PinModule() override {
+        return owner_.Ask(Call::PinModule) == SystemError::None ? Real().PinModule() : nullptr;
+    }
+    void UnpinModule(qx::OsModule* module) override { Real().UnpinModule(module); }
+
+  private:
+    qx::HostService& Real() { return *owner_.Real().Host; }
+    FaultyPlatform& owner_;
+};
+
+class Directories final : public qx::DirectoryService {
+  public:
+    explicit Directories(FaultyPlatform& owner) : owner_(owner) {}
+
+    bool CurrentDirectory(std::string* path) override {
+        return owner_.Ask(Call::CurrentDirectory) == SystemError::None && Real().CurrentDirectory(path);
+    }
+    bool FindEntry(const std::string& directory, std::string_view stem, std::string_view extension,
+                   std::string* storedStem) override {
+        return Real().FindEntry(directory, stem, extension, storedStem);
+    }
+    bool ResolveDirectoryLink(const std::string& path, std::string* target) override {
+        return Real().ResolveDirectoryLink(path, target);
+    }
+
+  private:
+    qx::DirectoryService& Real() { return *owner_.Real().Directories; }
+    FaultyPlatform& owner_;
+};
+
+}  // namespace
+
+struct FaultyPlatform::Services {
+    explicit Services(FaultyPlatform& owner)
+        : OfFiles(owner), OfEvents(owner), OfMemory(owner), OfThreads(owner), OfHost(owner), OfDirectories(owner) {}
+
+    Files OfFiles;
+    Events OfEvents;
+    Memory OfMemory;
+    Threads OfThreads;
+    Host OfHost;
+    Directories OfDirectories;
+};
+
+FaultyPlatform::FaultyPlatform() : real_(qx::thePlatform), services_(std::make_unique<Services>(*this)) {
+    qx::thePlatform.Files = &services_->OfFiles;
+    qx::thePlatform.Events = &services_->OfEvents;
+    qx::thePlatform.Memory = &services_->OfMemory;
+    qx::thePlatform.Threads = &services_->OfThreads;
+    qx::thePlatform.Host = &services_->OfHost;
+    qx::thePlatform.Directories = &services_->OfDirectories;
+}
+
+FaultyPlatform::~FaultyPlatform() {
+    qx::thePlatform = real_;
+}
+
+void FaultyPlatform::Fail(Call call, uint64_t nth, SystemError error, bool andAfter) {
+    const std::lock_guard guard(mutex_);
+    const auto kind = static_cast<uint32_t>(call);
+    orders_[kind] = {counts_[kind] + nth, error, andAfter};
+    delivered_ = false;
+}
+
+void FaultyPlatform::FailAny(uint64_t nth, SystemError error) {
+    const std::lock_guard guard(mutex_);
+    any_ = {all_ + nth, error, false};
+    delivered_ = false;
+}
+
+void FaultyPlatform::Clear() {
+    const std::lock_guard guard(mutex_);
+    orders_ = {};
+    any_ = {};
+    partial_ = 0;
+    delivered_ = false;
+}
+
+SystemError FaultyPlatform::Ask(Call call) {
+    const std::lock_guard guard(mutex_);
+    const auto kind = static_cast<uint32_t>(call);
+    const uint64_t ofKind = ++counts_[kind];
+    const uint64_t ofAll = ++all_;
+    for (const auto& [order, number] : {std::pair{orders_[kind], ofKind}, std::pair{any_, ofAll}}) {
+        if (order.At != 0 && (number == order.At || (order.AndAfter && number > order.At))) {
+            delivered_ = true;
+            deliveredCall_ = call;
+            return order.Error;
+        }
+    }
+    return SystemError::None;
+}
+
+}  // namespace qx_test

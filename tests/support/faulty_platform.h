@@ -1,0 +1,112 @@
+// The operating system with faults on order: it wraps the real services, counts every call that can fail, and makes
+// those fail that a test picked.
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "platform/platform.h"
+
+namespace qx_test {
+
+// The calls that can fail.
+enum class Call : uint32_t {
+    Exists,
+    Create,
+    Open,
+    ClaimForDelete,
+    Delete,
+    Read,
+    Write,
+    GetSize,
+    SetSize,
+    Flush,
+    Lock,
+    EventCreate,
+    EventReset,
+    HeapCreate,
+    HeapAllocate,
+    BufferAllocate,
+    ThreadStart,
+    PinModule,
+    CurrentDirectory,
+};
+inline constexpr uint32_t kCallKinds = static_cast<uint32_t>(Call::CurrentDirectory) + 1;
+
+const char* NameOf(Call call);
+
+// In force from construction to destruction, which must lie outside of the time in which the library is started, or
+// around all of it.
+class FaultyPlatform {
+  public:
+    FaultyPlatform();
+    ~FaultyPlatform();
+    FaultyPlatform(const FaultyPlatform&) = delete;
+    FaultyPlatform& operator=(const FaultyPlatform&) = delete;
+
+    // The `nth` call of a kind from now on (1 is the next one) fails, with `error` where the kind has errors; with
+    // `andAfter` all later ones too.
+    void Fail(Call call, uint64_t nth, qx::SystemError error = qx::SystemError::Other, bool andAfter = false);
+
+    // The `nth` call of any kind from now on fails, file calls with `error`.
+    void FailAny(uint64_t nth, qx::SystemError error = qx::SystemError::Other);
+
+    // A write that fails transfers the first `bytes` bytes before; reads that fail likewise.
+    void TransferBeforeFailing(size_t bytes) { partial_ = bytes; }
+
+    // Orders no further faults.
+    void Clear();
+
+    // Whether a fault was delivered since the last order or Clear.
+    bool Delivered() const { return delivered_; }
+    Call DeliveredCall() const { return deliveredCall_; }
+
+    // Calls of a kind, and of all kinds, since construction.
+    uint64_t Count(Call call) const { return counts_[static_cast<uint32_t>(call)]; }
+    uint64_t CountAll() const { return all_; }
+
+    // What is held now: handles, byte locks, events, heaps, blocks on them.
+    int64_t OpenHandles() const { return openHandles_; }
+    int64_t Locks() const { return locks_; }
+    int64_t Events() const { return events_; }
+    int64_t Heaps() const { return heaps_; }
+    int64_t HeapBlocks() const { return heapBlocks_; }
+
+    // For the wrappers: counts a call and says whether, and how, it is to fail.
+    qx::SystemError Ask(Call call);
+
+    const qx::Platform& Real() const { return real_; }
+
+    std::atomic<int64_t> openHandles_{0};
+    std::atomic<int64_t> locks_{0};
+    std::atomic<int64_t> events_{0};
+    std::atomic<int64_t> heaps_{0};
+    std::atomic<int64_t> heapBlocks_{0};
+    std::atomic<size_t> partial_{0};
+
+  private:
+    struct Order {
+        uint64_t At = 0;  // 0: none
+        qx::SystemError Error = qx::SystemError::None;
+        bool AndAfter = false;
+    };
+
+    struct Services;
+
+    const qx::Platform real_;
+    std::unique_ptr<Services> services_;
+    std::mutex mutex_;
+    std::array<Order, kCallKinds> orders_{};
+    Order any_;
+    std::array<std::atomic<uint64_t>, kCallKinds> counts_{};
+    std::atomic<uint64_t> all_{0};
+    std::atomic<bool> delivered_{false};
+    std::atomic<Call> deliveredCall_{Call::Exists};
+};
+
+}  // namespace qx_test
