@@ -18,9 +18,9 @@ const char* NameOf(Call call) {
 
 namespace {
 
-class Files final : public qx::FileService {
+class FaultyFiles final : public qx::FileService {
   public:
-    explicit Files(FaultyPlatform& owner) : owner_(owner) {}
+    explicit FaultyFiles(FaultyPlatform& owner) : owner_(owner) {}
 
     SystemError Exists(const char* path) override {
         const SystemError error = owner_.Ask(Call::Exists);
@@ -37,7 +37,7 @@ class Files final : public qx::FileService {
 
     void Close(qx::OsHandle handle) override {
         Real().Close(handle);
-        --owner_.openHandles_;
+        --owner_.Held.OpenHandles;
     }
 
     SystemError ClaimForDelete(const char* path, qx::OsHandle* claim) override {
@@ -45,7 +45,7 @@ class Files final : public qx::FileService {
     }
 
     SystemError DeleteClaimed(const char* path, qx::OsHandle claim) override {
-        --owner_.openHandles_;
+        --owner_.Held.OpenHandles;
         const SystemError error = owner_.Ask(Call::Delete);
         if (error != SystemError::None) {
             Real().Close(claim);
@@ -57,7 +57,7 @@ class Files final : public qx::FileService {
     SystemError Read(qx::OsHandle handle, uint64_t offset, void* buffer, size_t length) override {
         const SystemError error = owner_.Ask(Call::Read);
         if (error != SystemError::None) {
-            Real().Read(handle, offset, buffer, std::min<size_t>(owner_.partial_, length));
+            Real().Read(handle, offset, buffer, std::min<size_t>(owner_.PartialTransfer(), length));
             return error;
         }
         return Real().Read(handle, offset, buffer, length);
@@ -66,7 +66,7 @@ class Files final : public qx::FileService {
     SystemError Write(qx::OsHandle handle, uint64_t offset, const void* buffer, size_t length) override {
         const SystemError error = owner_.Ask(Call::Write);
         if (error != SystemError::None) {
-            Real().Write(handle, offset, buffer, std::min<size_t>(owner_.partial_, length));
+            Real().Write(handle, offset, buffer, std::min<size_t>(owner_.PartialTransfer(), length));
             return error;
         }
         return Real().Write(handle, offset, buffer, length);
@@ -93,13 +93,13 @@ class Files final : public qx::FileService {
             error = Real().TryLock(handle, offset, length, mode);
         }
         if (error == SystemError::None) {
-            ++owner_.locks_;
+            ++owner_.Held.Locks;
         }
         return error;
     }
 
     SystemError Unlock(qx::OsHandle handle, uint64_t offset, uint32_t length) override {
-        --owner_.locks_;
+        --owner_.Held.Locks;
         return Real().Unlock(handle, offset, length);
     }
 
@@ -113,7 +113,7 @@ class Files final : public qx::FileService {
         }
         error = body();
         if (error == SystemError::None) {
-            ++owner_.openHandles_;
+            ++owner_.Held.OpenHandles;
         }
         return error;
     }
@@ -121,19 +121,19 @@ class Files final : public qx::FileService {
     FaultyPlatform& owner_;
 };
 
-class Events final : public qx::EventService {
+class FaultyEvents final : public qx::EventService {
   public:
-    explicit Events(FaultyPlatform& owner) : owner_(owner) {}
+    explicit FaultyEvents(FaultyPlatform& owner) : owner_(owner) {}
 
     qx::OsEvent* Create() override {
         if (owner_.Ask(Call::EventCreate) != SystemError::None) {
             return nullptr;
         }
-        ++owner_.events_;
+        ++owner_.Held.Events;
         return Real().Create();
     }
     void Close(qx::OsEvent* event) override {
-        --owner_.events_;
+        --owner_.Held.Events;
         Real().Close(event);
     }
     void Signal(qx::OsEvent* event) override { Real().Signal(event); }
@@ -147,11 +147,11 @@ class Events final : public qx::EventService {
     FaultyPlatform& owner_;
 };
 
-class Heap final : public qx::PrivateHeap {
+class FaultyHeap final : public qx::PrivateHeap {
   public:
-    Heap(FaultyPlatform& owner, qx::PrivateHeap* real) : owner_(owner), real_(real) {}
-    ~Heap() override {
-        owner_.heapBlocks_ -= static_cast<int64_t>(real_->BlockCount());
+    FaultyHeap(FaultyPlatform& owner, qx::PrivateHeap* real) : owner_(owner), real_(real) {}
+    ~FaultyHeap() override {
+        owner_.Held.HeapBlocks -= static_cast<int64_t>(real_->BlockCount());
         owner_.Real().Memory->DestroyHeap(real_);
     }
     void* Allocate(size_t size) override {
@@ -159,11 +159,11 @@ class Heap final : public qx::PrivateHeap {
             return nullptr;
         }
         void* block = real_->Allocate(size);
-        owner_.heapBlocks_ += block != nullptr;
+        owner_.Held.HeapBlocks += block != nullptr;
         return block;
     }
     void Free(void* block) override {
-        --owner_.heapBlocks_;
+        --owner_.Held.HeapBlocks;
         real_->Free(block);
     }
     size_t BlockCount() const override { return real_->BlockCount(); }
@@ -173,19 +173,19 @@ class Heap final : public qx::PrivateHeap {
     qx::PrivateHeap* const real_;
 };
 
-class Memory final : public qx::MemoryService {
+class FaultyMemory final : public qx::MemoryService {
   public:
-    explicit Memory(FaultyPlatform& owner) : owner_(owner) {}
+    explicit FaultyMemory(FaultyPlatform& owner) : owner_(owner) {}
 
     qx::PrivateHeap* CreateHeap(bool guarded) override {
         if (owner_.Ask(Call::HeapCreate) != SystemError::None) {
             return nullptr;
         }
-        ++owner_.heaps_;
-        return new Heap(owner_, owner_.Real().Memory->CreateHeap(guarded));
+        ++owner_.Held.Heaps;
+        return new FaultyHeap(owner_, owner_.Real().Memory->CreateHeap(guarded));
     }
     void DestroyHeap(qx::PrivateHeap* heap) override {
-        --owner_.heaps_;
+        --owner_.Held.Heaps;
         delete heap;
     }
     void* AllocateBuffer(size_t size) override {
@@ -198,9 +198,9 @@ class Memory final : public qx::MemoryService {
     FaultyPlatform& owner_;
 };
 
-class Threads final : public qx::ThreadService {
+class FaultyThreads final : public qx::ThreadService {
   public:
-    explicit Threads(FaultyPlatform& owner) : owner_(owner) {}
+    explicit FaultyThreads(FaultyPlatform& owner) : owner_(owner) {}
 
     qx::OsThread* Start(void (*body)(void*), void* argument) override {
         return owner_.Ask(Call::ThreadStart) == SystemError::None ? Real().Start(body, argument) : nullptr;
@@ -214,9 +214,9 @@ class Threads final : public qx::ThreadService {
     FaultyPlatform& owner_;
 };
 
-class Host final : public qx::HostService {
+class FaultyHost final : public qx::HostService {
   public:
-    explicit Host(FaultyPlatform& owner) : owner_(owner) {}
+    explicit FaultyHost(FaultyPlatform& owner) : owner_(owner) {}
 
     bool IsSupported() override { return Real().IsSupported(); }
     uint32_t ComputerName(char (&name)[16]) override { return Real().ComputerName(name); }
@@ -230,9 +230,9 @@ class Host final : public qx::HostService {
     FaultyPlatform& owner_;
 };
 
-class Directories final : public qx::DirectoryService {
+class FaultyDirectories final : public qx::DirectoryService {
   public:
-    explicit Directories(FaultyPlatform& owner) : owner_(owner) {}
+    explicit FaultyDirectories(FaultyPlatform& owner) : owner_(owner) {}
 
     bool CurrentDirectory(std::string* path) override {
         return owner_.Ask(Call::CurrentDirectory) == SystemError::None && Real().CurrentDirectory(path);
@@ -256,12 +256,12 @@ struct FaultyPlatform::Services {
     explicit Services(FaultyPlatform& owner)
         : OfFiles(owner), OfEvents(owner), OfMemory(owner), OfThreads(owner), OfHost(owner), OfDirectories(owner) {}
 
-    Files OfFiles;
-    Events OfEvents;
-    Memory OfMemory;
-    Threads OfThreads;
-    Host OfHost;
-    Directories OfDirectories;
+    FaultyFiles OfFiles;
+    FaultyEvents OfEvents;
+    FaultyMemory OfMemory;
+    FaultyThreads OfThreads;
+    FaultyHost OfHost;
+    FaultyDirectories OfDirectories;
 };
 
 FaultyPlatform::FaultyPlatform() : real_(qx::thePlatform), services_(std::make_unique<Services>(*this)) {

@@ -70,24 +70,21 @@ class FaultyPlatform {
     uint64_t Count(Call call) const { return counts_[static_cast<uint32_t>(call)]; }
     uint64_t CountAll() const { return all_; }
 
-    // What is held now: handles, byte locks, events, heaps, blocks on them.
-    int64_t OpenHandles() const { return openHandles_; }
-    int64_t Locks() const { return locks_; }
-    int64_t Events() const { return events_; }
-    int64_t Heaps() const { return heaps_; }
-    int64_t HeapBlocks() const { return heapBlocks_; }
+    // What is held now.
+    struct Holdings {
+        std::atomic<int64_t> OpenHandles{0};
+        std::atomic<int64_t> Locks{0};
+        std::atomic<int64_t> Events{0};
+        std::atomic<int64_t> Heaps{0};
+        std::atomic<int64_t> HeapBlocks{0};
+    };
+    Holdings Held;
 
     // For the wrappers: counts a call and says whether, and how, it is to fail.
     qx::SystemError Ask(Call call);
+    size_t PartialTransfer() const { return partial_; }
 
     const qx::Platform& Real() const { return real_; }
-
-    std::atomic<int64_t> openHandles_{0};
-    std::atomic<int64_t> locks_{0};
-    std::atomic<int64_t> events_{0};
-    std::atomic<int64_t> heaps_{0};
-    std::atomic<int64_t> heapBlocks_{0};
-    std::atomic<size_t> partial_{0};
 
   private:
     struct Order {
@@ -105,6 +102,7 @@ class FaultyPlatform {
     Order any_;
     std::array<std::atomic<uint64_t>, kCallKinds> counts_{};
     std::atomic<uint64_t> all_{0};
+    std::atomic<size_t> partial_{0};
     std::atomic<bool> delivered_{false};
     std::atomic<Call> deliveredCall_{Call::Exists};
 };
