@@ -189,10 +189,17 @@ class FaultyMemory final : public qx::MemoryService {
         delete heap;
     }
     void* AllocateBuffer(size_t size) override {
-        return owner_.Ask(Call::BufferAllocate) == SystemError::None ? owner_.Real().Memory->AllocateBuffer(size)
-                                                                     : nullptr;
+        if (owner_.Ask(Call::BufferAllocate) != SystemError::None) {
+            return nullptr;
+        }
+        void* buffer = owner_.Real().Memory->AllocateBuffer(size);
+        owner_.Held.Buffers += buffer != nullptr;
+        return buffer;
     }
-    void FreeBuffer(void* buffer) override { owner_.Real().Memory->FreeBuffer(buffer); }
+    void FreeBuffer(void* buffer) override {
+        --owner_.Held.Buffers;
+        owner_.Real().Memory->FreeBuffer(buffer);
+    }
 
   private:
     FaultyPlatform& owner_;

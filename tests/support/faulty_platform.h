@@ -77,6 +77,7 @@ class FaultyPlatform {
         std::atomic<int64_t> Events{0};
         std::atomic<int64_t> Heaps{0};
         std::atomic<int64_t> HeapBlocks{0};
+        std::atomic<int64_t> Buffers{0};  // may fall below zero: threads keep a buffer from call to call
     };
     Holdings Held;
 
