@@ -179,6 +179,9 @@ void FreeList::Trim() {
         return;
     }
     const uint32_t highWater = HighWater() - run;
+    if (!context_.OverflowHolds(highWater)) {
+        FailOrder();  // the file would grow
+    }
     list_.MoveEntries(run + 1, 1, count - run - 1);
     list_.SetEntry(0, highWater);
     list_.SetCount(count - run);
