@@ -110,8 +110,11 @@ void ClearHashedFile(FileCall& call) {
     const ClearHold hold(context);
     ReadHeader(context, HeaderAccess::Exclusive);
     const bool shrink = file.SizeLock == 0 && hold.IsExclusive();
+    const uint32_t modulo = shrink ? 1 : file.Modulo.load();
     uint8_t* frame = context.Output.Place.Buffer;
-    MakeEmptyHeaderGroup(EmptyHeader(file, shrink ? 1 : file.Modulo.load()), context.FillCharacter(), frame);
+    MakeEmptyHeaderGroup(EmptyHeader(file, modulo), context.FillCharacter(), frame);
+    // A re-count under way has counted records that are about to go; it cannot begin anew before group 0 is free again.
+    file.Counts.RestartTally(modulo);
     file.Counts.ResetRecordCount();
     if (shrink) {
         ShrinkToOneGroup(context, frame);
