@@ -8,12 +8,16 @@ namespace {
 enum Operation : uint32_t { kGet = 0, kExtend = 1, kAllocate = 2 };
 }
 
+// A callback that answers success without an address has refused the buffer all the same.
 std::span<uint8_t> BufferAccess::Call(uint32_t operation, uint32_t buffer, uint32_t length) const {
     StatusRecord status = MakeStatus(Code::BufferRefused);
     uint32_t outLength = 0;
     void* address = nullptr;
     if (callback_ == nullptr || callback_(operation, buffer, length, &outLength, &address, &status) == 0) {
         Raise(status);
+    }
+    if (address == nullptr && (length > 0 || outLength > 0)) {
+        Raise(Code::BufferRefused);
     }
     return {static_cast<uint8_t*>(address), outLength};
 }
@@ -23,7 +27,7 @@ std::string_view BufferAccess::Get(uint32_t buffer) const {
     return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
 }
 
-// A callback that answers success with too small a buffer has refused it all the same.
+// So has one whose buffer is too small.
 std::span<uint8_t> BufferAccess::Extend(uint32_t buffer, uint32_t length) const {
     const std::span<uint8_t> bytes = Call(kExtend, buffer, length);
     if (bytes.size() < length) {

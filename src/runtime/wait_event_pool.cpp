@@ -90,6 +90,11 @@ void WaitEventPool::GiveBack(EventIndex index) {
     freeHead_ = index;
 }
 
+uint32_t WaitEventPool::Capacity() {
+    const SpinHold hold(poolLock_);
+    return capacity_;
+}
+
 uint32_t WaitEventPool::TakenCount() {
     const SpinHold hold(poolLock_);
     uint32_t taken = count_;

@@ -25,7 +25,7 @@ class WaitEventPool {
     void Signal(EventIndex index);
     void GiveBack(EventIndex index);
 
-    uint32_t Capacity() const { return capacity_; }
+    uint32_t Capacity();
     // Entries that carry an event and are not on the free list.
     uint32_t TakenCount();
 
