@@ -71,8 +71,8 @@ class OptionalClaimHold {
   private:
     OptionalClaimHold(ClaimMutex& mutex, bool wait);
 
+    ClaimMutex::Node node_;  // before mutex_, whose initialiser claims with it and lets others queue behind it
     ClaimMutex* mutex_;
-    ClaimMutex::Node node_;
 };
 
 }  // namespace qx
