@@ -8,9 +8,9 @@
 #include <set>
 
 #include "checker/bytes.h"
-#include "runtime/status.h"
 #include "storage/operation_context.h"
 #include "support/file_test.h"
+#include "support/test_seed.h"
 
 namespace qx_test {
 namespace {
@@ -180,9 +180,7 @@ TEST_F(FreeListTest, SpillsAndRefillsByHalves) {
 }
 
 TEST_F(FreeListTest, AgreesWithAModel) {
-    const uint32_t seed = std::random_device()();
-    std::cout << "seed " << seed << '\n';
-    std::mt19937 random(seed);
+    std::mt19937_64 random(TestSeed());
     const auto below = [&random](size_t bound) { return static_cast<uint32_t>(random() % bound); };
     for (const uint32_t frameSize : {256U, 260U, 1024U}) {
         OpenList(frameSize);
@@ -299,8 +297,7 @@ TEST_F(FreeListTest, ADamagedListGivesNothingAway) {
         }
         WriteWholeFile(Path("F") + ".OV", overflow);
         std::vector<uint32_t> taken;
-        Words status{};
-        try {
+        const Status status = Raised([&] {
             Change([&](qx::OperationContext& context) {
                 for (uint32_t i = 0; i < frees; ++i) {
                     context.List.Free(50);
@@ -310,11 +307,9 @@ TEST_F(FreeListTest, ADamagedListGivesNothingAway) {
                     taken.push_back(context.List.Allocate(0));
                 }
             });
-        } catch (const qx::Failure& failure) {
-            status = {failure.Status.Code, failure.Status.Detail1, failure.Status.Detail2};
-        }
-        const bool unreadable = status == Words{107, 2, 1};
-        EXPECT_TRUE(status == (Words{1003, 2, 1}) || unreadable) << testing::PrintToString(status);
+        });
+        const bool unreadable = status == Status{107, 2, 1};
+        EXPECT_TRUE(status == (Status{1003, 2, 1}) || unreadable) << testing::PrintToString(status);
         EXPECT_EQ(std::set(taken.begin(), taken.end()).size(), taken.size()) << "a frame was given away twice";
         EXPECT_EQ(std::filesystem::file_size(Path("F") + ".OV"), overflow.size());
         ExpectNothingHeld();

@@ -149,11 +149,15 @@ Records FileTest::StoredRecords(std::string_view name) const {
     return records;
 }
 
+uint32_t FileTest::GroupIn(uint32_t modulo, std::string_view key) {
+    return qx_check::GroupOf(qx_check::HashKey(key), qx_check::SplitModulo(modulo));
+}
+
 std::vector<std::string> FileTest::KeysOf(uint32_t group, uint32_t modulo, size_t count) {
     std::vector<std::string> keys;
     for (uint32_t i = 0; keys.size() < count; ++i) {
         std::string key = "k" + std::to_string(i);
-        if (qx_check::GroupOf(qx_check::HashKey(key), qx_check::SplitModulo(modulo)) == group) {
+        if (GroupIn(modulo, key) == group) {
             keys.push_back(std::move(key));
         }
     }

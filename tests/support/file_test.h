@@ -2,7 +2,6 @@
 // can be made to fail, a session, a directory, and short forms of the calls.
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <gtest/gtest.h>
 #include <map>
@@ -16,12 +15,10 @@
 #include "storage/file_handle.h"
 #include "storage/open_file.h"
 #include "support/faulty_platform.h"
+#include "support/raised.h"
 #include "support/test_library.h"
 
 namespace qx_test {
-
-// The three words of a status record.
-using Words = std::array<uint32_t, 3>;
 
 inline constexpr uint32_t kNone = 0xFFFFFFFF;
 
@@ -46,7 +43,7 @@ class FileTest : public ::testing::Test {
 
     std::string Path(std::string_view name) const { return Directory.File(name); }
 
-    // Each returns what the exported function says and leaves its failure in Status(). A success that touches the
+    // Each returns what the exported function says and leaves its failure in LastStatus(). A success that touches the
     // status record fails the test.
     bool Create(std::string_view name, const CreateOptions& options = FixedFile());
     bool Delete(std::string_view name);
@@ -70,11 +67,11 @@ class FileTest : public ::testing::Test {
         constexpr StatusRecord kUntouched{0xA5A5A5A5, 0x5A5A5A5A, 0xA55A5AA5};
         status_ = kUntouched;
         const bool good = function(&status_) == 1;
-        EXPECT_EQ(good, Status() == (Words{kUntouched.Code, kUntouched.Detail1, kUntouched.Detail2}));
+        EXPECT_EQ(good, LastStatus() == Words(kUntouched));
         return good;
     }
 
-    Words Status() const { return {status_.Code, status_.Detail1, status_.Detail2}; }
+    Status LastStatus() const { return Words(status_); }
 
     static qx::FileHandle& Handle(uint32_t file);
     static qx::OpenFile& Record(uint32_t file) { return *Handle(file).File; }
@@ -84,6 +81,9 @@ class FileTest : public ::testing::Test {
     std::string Problems(std::string_view name, const qx_check::Options& options = {}) const;
     // Every record of a file, as its bytes say.
     Records StoredRecords(std::string_view name) const;
+
+    // The group of a key as the byte checker works it out.
+    static uint32_t GroupIn(uint32_t modulo, std::string_view key);
 
     // Keys that belong to `group` of a file with `modulo` groups.
     static std::vector<std::string> KeysOf(uint32_t group, uint32_t modulo, size_t count);
