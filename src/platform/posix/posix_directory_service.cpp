@@ -61,6 +61,7 @@ bool PosixDirectoryService::FindEntry(const std::string& directory, std::string_
     if (listing == nullptr) {
         return false;
     }
+    std::string match;
     int matches = 0;
     while (const dirent* entry = ::readdir(listing.get())) {
         const std::string_view name = entry->d_name;
@@ -69,11 +70,15 @@ bool PosixDirectoryService::FindEntry(const std::string& directory, std::string_
         }
         const std::string_view entryStem = name.substr(0, name.size() - extension.size());
         if (EqualWithoutCase(entryStem, stem)) {
-            *storedStem = entryStem;
+            match = entryStem;
             ++matches;
         }
     }
-    return matches == 1;
+    if (matches != 1) {
+        return false;
+    }
+    *storedStem = match;
+    return true;
 }
 
 bool PosixDirectoryService::ResolveDirectoryLink(const std::string& path, std::string* target) {
