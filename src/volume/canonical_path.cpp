@@ -137,8 +137,13 @@ std::optional<CanonicalPath> AnyPath(std::string_view name) {
         Raise(Code::BadServerName);
     }
     const std::string server = UpperCase(name.substr(2, serverEnd - 2));
-    return server == theLibrary.Host() ? LocalPath(name.substr(serverEnd))
-                                       : NetworkPath(server, name.substr(serverEnd + 1));
+    if (server == theLibrary.Host()) {
+        return LocalPath(name.substr(serverEnd));
+    }
+    if (server.empty()) {
+        Raise(Code::BadServerName);
+    }
+    return NetworkPath(server, name.substr(serverEnd + 1));
 }
 
 }  // namespace
