@@ -18,7 +18,9 @@ class DirectoryService : public testing::Test {
     // The stored stem, "" for no answer.
     std::string Find(std::string_view stem, std::string_view extension = ".LK") const {
         std::string stored = "?";
-        return Directories().FindEntry(root_, stem, extension, &stored) ? stored : "";
+        const bool found = Directories().FindEntry(root_, stem, extension, &stored);
+        EXPECT_TRUE(found || stored == "?") << "without an answer nothing is stored";
+        return found ? stored : "";
     }
 
     void Make(std::string_view name) const { WriteWholeFile(root_ + '/' + std::string(name), ""); }

@@ -104,12 +104,16 @@ TEST_F(ConcurrentClaimMutex, OneOwnerAtATime) {
         for (int t = 0; t < 4; ++t) {
             threads.emplace_back([&] {
                 for (int i = 0; i < 100; ++i) {
-                    Node node;
-                    if (i % 8 != 0 || !mutex->TryClaim(node)) {
-                        EXPECT_TRUE(mutex->Claim(node));
+                    if (i % 2 == 0) {
+                        const auto tried = qx::OptionalClaimHold::Try(*mutex);
+                        if (tried) {
+                            ++total;
+                            continue;
+                        }
                     }
+                    const auto hold = qx::OptionalClaimHold::Claim(*mutex);
+                    EXPECT_TRUE(hold);
                     ++total;
-                    mutex->Release(node);
                 }
                 if (--left == 0) {
                     mutex.reset();
