@@ -70,7 +70,11 @@ void StoreCounts(FileCall& call, FirstFailure& failure) {
     });
 }
 
+// For a select hold the primary file is given up before the overflow file is looked at: a call may be using it by then.
 void CloseIdle(FilePart& part) {
+    if (part.InUse != 0) {
+        return;
+    }
     if (part.Cached.IsOpen()) {
         IdleListRemove(part.Cached);
         CacheCloseFile(part.Cached);
