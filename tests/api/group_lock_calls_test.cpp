@@ -1,0 +1,230 @@
+// QXLockGroup and QXUnlockGroup.
+#include <atomic>
+#include <thread>
+
+#include "runtime/library_record.h"
+#include "storage/attachment.h"
+#include "storage/layout/file_header.h"
+#include "support/fake_time.h"
+#include "support/file_test.h"
+
+namespace qx_test {
+namespace {
+
+using qx::Counter;
+
+constexpr uint32_t kSelectHold = 0xFFFFFFFE;
+
+class GroupLockCalls : public FileTest {
+  protected:
+    static bool IsClosed(uint32_t file) {
+        return !Record(file).PrimaryPart.Cached.IsOpen() && !Record(file).OverflowPart.Cached.IsOpen();
+    }
+
+    uint32_t StoredRecordCount(std::string_view name) const {
+        const std::string primary = ReadHashedFile(Path(name)).Primary;
+        return qx::DecodeFileHeader(reinterpret_cast<const uint8_t*>(primary.data())).RecordCount;
+    }
+
+    FakeTime Time;
+};
+
+TEST_F(GroupLockCalls, ALockLeavesTheFileClosedAndItsCountsStored) {
+    const uint32_t file = CreateAndOpen("F", FixedFile(10, 256));
+    const std::string key = KeysOf(7, 10, 1)[0];
+    ASSERT_TRUE(Put(file, key, std::string(500, 'd')));
+    EXPECT_EQ(StoredRecordCount("F"), 0U);
+    ASSERT_TRUE(LockGroup(file, 7));
+    EXPECT_TRUE(IsClosed(file));
+    EXPECT_FALSE(Record(file).PrimaryPart.Written);
+    EXPECT_EQ(StoredRecordCount("F"), 1U);
+    EXPECT_EQ(Problems("F"), "");
+    const uint32_t unlocks = CountOf(Counter::GroupUnlocks);
+    ASSERT_TRUE(LockGroup(file, 9, false));
+    EXPECT_EQ(CountOf(Counter::GroupUnlocks), unlocks + 1) << "group 7 was released";
+    // Any number releases it, through any handle of the session.
+    const uint32_t other = CreateAndOpen("G");
+    ASSERT_TRUE(UnlockGroup(other, 1234));
+    EXPECT_FALSE(Record(file).HeaderIsLoaded()) << "the next call reads it again";
+    ExpectNothingHeld();
+    EXPECT_TRUE(UnlockGroup(file, 9)) << "with none held, too";
+    EXPECT_EQ(Get(file, key), std::string(500, 'd'));
+    EXPECT_EQ(Handle(file).Counters.Value(Counter::LockGroups), 2U);
+    EXPECT_EQ(Handle(file).Counters.Value(Counter::UnlockGroups), 1U);
+    EXPECT_EQ(Handle(other).Counters.Value(Counter::UnlockGroups), 1U);
+}
+
+TEST_F(GroupLockCalls, ALockEndsWithItsHandleSessionOrLibrary) {
+    const uint32_t kept = CreateAndOpen("F");
+    ASSERT_TRUE(LockGroup(kept, 0));
+    const uint32_t other = CreateAndOpen("G");
+    EXPECT_TRUE(Close(other)) << "another handle's end does not concern it";
+    EXPECT_FALSE(Record(kept).GroupLocks.IsEmpty());
+    EXPECT_TRUE(UnlockGroup(kept, 0));
+
+    const uint32_t file = Open("F");
+    ASSERT_TRUE(LockGroup(file, 0));
+    EXPECT_TRUE(Close(file));
+    ExpectNothingHeld();
+    EXPECT_TRUE(Put(kept, "k", "d"));
+
+    const uint32_t session = Session;
+    OpenSession();
+    ASSERT_TRUE(LockGroup(Open("F"), 0));
+    EXPECT_TRUE(Run([&](StatusRecord* status) { return QXCloseSession(Session, status); }));
+    Session = session;
+    ExpectNothingHeld();
+    EXPECT_EQ(Get(kept, "k"), "d");
+    ASSERT_TRUE(LockGroup(kept, 0));  // which the end of the library finds held
+}
+
+TEST_F(GroupLockCalls, SelectHoldsAreCountedPerHandle) {
+    const uint32_t file = CreateAndOpen("F", FixedFile(3, 256));
+    const uint32_t other = Open("F");
+    ASSERT_TRUE(Put(file, "k", "d"));
+    ASSERT_TRUE(LockGroup(file, kSelectHold));
+    EXPECT_TRUE(IsClosed(file));
+    ASSERT_TRUE(LockGroup(file, kSelectHold, false));
+    ExpectNothingHeld(1);
+    EXPECT_TRUE(UnlockGroup(other, kSelectHold)) << "by a handle that has none";
+    ExpectNothingHeld(1);
+    ASSERT_TRUE(LockGroup(other, kSelectHold));
+    ExpectNothingHeld(2);
+    EXPECT_EQ(Get(file, "k"), "d") << "a hold keeps nobody out";
+    EXPECT_TRUE(UnlockGroup(file, 7)) << "the session's group lock, of which there is none";
+    ExpectNothingHeld(2);
+    EXPECT_TRUE(UnlockGroup(file, kSelectHold));
+    ExpectNothingHeld(2);
+    EXPECT_TRUE(UnlockGroup(file, kSelectHold));
+    ExpectNothingHeld(1);
+    EXPECT_TRUE(UnlockGroup(file, kSelectHold));
+    ExpectNothingHeld(1);
+    ASSERT_TRUE(LockGroup(other, kSelectHold));
+    EXPECT_TRUE(Close(other)) << "gives up all of its holds";
+    ExpectNothingHeld(0);
+    EXPECT_TRUE(UnlockGroup(file, kSelectHold));
+    EXPECT_EQ(Handle(file).SelectCount, 0U);
+}
+
+TEST_F(GroupLockCalls, ALockWaitsUntilNoCallUsesTheFile) {
+    const uint32_t file = CreateAndOpen("F");
+    std::optional<qx::PrimaryAttachment> use(Record(file));
+    Time.DuringSleep = [&] {
+        if (Time.Sleeps() == 3) {
+            use.reset();
+        }
+    };
+    for (const uint32_t group : {5U, kSelectHold}) {
+        EXPECT_TRUE(LockGroup(file, group));
+        EXPECT_TRUE(UnlockGroup(file, group));
+    }
+    EXPECT_GE(Time.Sleeps(), 3U);
+    ExpectNothingHeld();
+}
+
+// Counts that cannot be stored are tried again, but not without end.
+TEST_F(GroupLockCalls, CountsThatCannotBeStoredAreAFailureInTheEnd) {
+    const uint32_t file = CreateAndOpen("F", FixedFile(2, 256));
+    const std::string key = KeysOf(1, 2, 1)[0];
+    for (const uint32_t group : {1U, kSelectHold}) {
+        ASSERT_TRUE(Put(file, key, "data"));
+        Faults.Fail(Call::Write, 1);
+        EXPECT_TRUE(LockGroup(file, group)) << "one failure is got over";
+        EXPECT_TRUE(Faults.Delivered());
+        EXPECT_EQ(StoredRecordCount("F"), 1U);
+        EXPECT_TRUE(UnlockGroup(file, group));
+        ASSERT_TRUE(Erase(file, key));
+        Faults.Fail(Call::Write, 1, qx::SystemError::Other, true);
+        const uint64_t start = Time.Elapsed();
+        EXPECT_FALSE(LockGroup(file, group));
+        EXPECT_EQ(LastStatus(), (Status{104, 1, 1}));
+        EXPECT_GT(Time.Elapsed() - start, 60000U);
+        Faults.Clear();
+        ExpectNothingHeld();
+        EXPECT_TRUE(LockGroup(file, group));
+        EXPECT_TRUE(UnlockGroup(file, group));
+        EXPECT_EQ(StoredRecordCount("F"), 0U);
+    }
+    EXPECT_TRUE(Close(file));
+    EXPECT_EQ(Problems("F"), "");
+
+    // The file that cannot be attached at all is a failure at once.
+    const uint32_t again = Open("F");
+    ASSERT_TRUE(LockGroup(again, 1));
+    ASSERT_TRUE(UnlockGroup(again, 1));
+    Faults.Fail(Call::Open, 1, qx::SystemError::Other, true);
+    EXPECT_FALSE(LockGroup(again, 1));
+    EXPECT_EQ(LastStatus(), (Status{1009, 1, 0}));
+    ExpectNothingHeld();
+}
+
+TEST_F(GroupLockCalls, NoWaitEventForAGroupThatSomebodyHas) {
+    const uint32_t file = CreateAndOpen("F");
+    qx::GroupLockRequest theirs;
+    ASSERT_TRUE(Record(file).GroupLocks.Lock(theirs, 5, false, {}));
+    Faults.Fail(Call::EventCreate, 1);
+    Faults.Fail(Call::EventReset, 1);
+    EXPECT_FALSE(LockGroup(file, 5));
+    EXPECT_EQ(LastStatus(), (Status{1015, 0, 0}));
+    Faults.Clear();
+    for (const qx::CounterSet* level :
+         {&qx::theProcessCounters, &Record(file).Counters, &Record(file).Volume.Counters}) {
+        EXPECT_GE(level->Value(Counter::GroupLockInitSuspendErrors), 1U);
+    }
+    EXPECT_TRUE(LockGroup(file, 5, false)) << "a shared lock beside a shared one";
+    EXPECT_TRUE(UnlockGroup(file, 5));
+    Record(file).GroupLocks.Unlock(theirs, {});
+    ExpectNothingHeld();
+}
+
+// A select hold gives the primary file up before it looks at the overflow file, so a call may have come in between.
+TEST_F(GroupLockCalls, AnOverflowFileInUseIsNotClosed) {
+    const uint32_t file = CreateAndOpen("F", FixedFile(1, 256));
+    ASSERT_TRUE(Put(file, "k", std::string(500, 'd')));
+    qx::FilePart& overflow = Record(file).OverflowPart;
+    qx::ClaimMutex::Node node;
+    ASSERT_TRUE(overflow.Cached.Mutex.TryClaim(node));
+    const uint32_t suspends = overflow.Cached.Mutex.Suspends();
+    std::thread holder([&] {
+        StatusRecord status{};
+        EXPECT_EQ(QXLockGroup(file, kSelectHold, 0, &status), 1);
+    });
+    while (overflow.Cached.Mutex.Suspends() == suspends) {
+        std::this_thread::yield();
+    }
+    qx::IdleListRemove(overflow.Cached);
+    ++overflow.InUse;
+    overflow.Cached.Mutex.Release(node);
+    holder.join();
+    EXPECT_TRUE(overflow.Cached.IsOpen());
+    --overflow.InUse;
+    if (overflow.Cached.IsOpen()) {
+        qx::IdleListAdd(overflow.Cached);
+    }
+    EXPECT_TRUE(UnlockGroup(file, kSelectHold));
+    EXPECT_EQ(Get(file, "k"), std::string(500, 'd'));
+}
+
+// The session that holds a group holds off every other user of the file.
+TEST_F(GroupLockCalls, OtherThreadsWaitForTheHolder) {
+    const uint32_t file = CreateAndOpen("F");
+    ASSERT_TRUE(Put(file, "k", "before"));
+    ASSERT_TRUE(LockGroup(file, 0));
+    qx::ClaimMutex& mutex = Record(file).PrimaryPart.Cached.Mutex;
+    const uint32_t suspends = mutex.Suspends();
+    std::atomic<bool> done{false};
+    std::thread reader([&] {
+        EXPECT_EQ(Get(file, "k"), "before");
+        done = true;
+    });
+    while (mutex.Suspends() == suspends) {
+        std::this_thread::yield();
+    }
+    EXPECT_FALSE(done);
+    EXPECT_EQ(QXUnlockGroup(file, 0, nullptr), 1);
+    reader.join();
+    ExpectNothingHeld();
+}
+
+}  // namespace
+}  // namespace qx_test
