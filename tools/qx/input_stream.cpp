@@ -37,15 +37,15 @@ void InputStream::Skip(std::string_view bytes) {
     }
 }
 
-// The end of the input, or the reason why there is no more.
+// The end of the input, or the reason why there is no more. When the writer is interrupted along with this process, its
+// last line may be half a line, so that end is none.
 void InputStream::CheckEnd() const {
-    if (std::ferror(file_.get()) == 0) {
-        return;
-    }
     if (InterruptRequested()) {
         throw Interrupted();
     }
-    throw std::runtime_error(name_ + ": " + std::strerror(errno));
+    if (std::ferror(file_.get()) != 0) {
+        throw std::runtime_error(name_ + ": " + std::strerror(errno));
+    }
 }
 
 }  // namespace qx::tool

@@ -38,7 +38,7 @@ ExitStatus Run(int count, char** arguments) {
     app.footer(
         "'qx COMMAND --help' tells more about a command.\n\n"
         "A hashed file CUST stands in the two files CUST.LK and CUST.OV; it is named without extension. An\n"
-        "argument that begins with a dash is given after --, as in: qx get CUST -- -5\n\n"
+        "argument that begins with a dash is given after --, as in: qx get CUST -- -x\n\n"
         "Exit status: 0 done; 1 no such record (compare: something differs); 2 wrong use; 3 failure.");
     const std::vector<Command> commands = {
         AddCreateCommand(app), AddImportCommand(app), AddCompareCommand(app), AddGetCommand(app),   AddPutCommand(app),
@@ -57,7 +57,7 @@ ExitStatus Run(int count, char** arguments) {
         std::ostringstream complaint;
         status = app.exit(error, text, complaint) == 0 ? ExitStatus::Done : ExitStatus::WrongUse;
         output.Write(text.str());
-        std::cerr << complaint.str();
+        WriteError(complaint.str());
     }
     output.Finish();
     return status;

@@ -1,15 +1,20 @@
 #include "messages.h"
 
-#include <iostream>
+#include <cstdio>
 
 namespace qx::tool {
+
+void WriteError(std::string_view text) {
+    std::fwrite(text.data(), 1, text.size(), stderr);
+    std::fflush(stderr);
+}
 
 void Complain(std::string_view text) {
     // One piece, so that the lines of several processes on one terminal stay whole.
     std::string line = "qx: ";
     line.append(text);
     line += '\n';
-    std::cerr << line << std::flush;
+    WriteError(line);
 }
 
 std::string Describe(const qx::Error& error) {

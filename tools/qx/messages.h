@@ -6,6 +6,10 @@
 
 namespace qx::tool {
 
+/// Writes to standard error. Everything goes there this way: std::cerr would flush standard output, and lose its
+/// errors.
+void WriteError(std::string_view text);
+
 /// Writes a line to standard error: "qx: " and the text.
 void Complain(std::string_view text);
 

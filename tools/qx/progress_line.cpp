@@ -1,9 +1,9 @@
 #include "progress_line.h"
 
 #include <cmath>
-#include <iostream>
 #include <string>
 
+#include "messages.h"
 #include "number_text.h"
 #include "terminal.h"
 
@@ -12,6 +12,7 @@ namespace qx::tool {
 namespace {
 
 constexpr std::chrono::milliseconds kInterval(200);
+const std::string kFreshLine = "\r\x1B[K";  // to the beginning of the line, and nothing on it
 
 // 75 as 1:15.
 std::string MinutesAndSeconds(double seconds) {
@@ -43,13 +44,13 @@ void ProgressLine::Refresh(std::uint64_t records, std::uint64_t bytes, std::opti
         const double part = static_cast<double>(bytes) / static_cast<double>(*total);
         text += ", " + OneDecimal(part * 100) + " %, " + MinutesAndSeconds(seconds / part - seconds) + " to go";
     }
-    std::cerr << "\r\x1B[K" << text << std::flush;
+    WriteError(kFreshLine + text);
     visible_ = true;
 }
 
 void ProgressLine::Clear() {
     if (visible_) {
-        std::cerr << "\r\x1B[K" << std::flush;
+        WriteError(kFreshLine);
         visible_ = false;
     }
 }

@@ -6,6 +6,8 @@
 #include <iostream>
 #include <string>
 
+#include "messages.h"
+
 namespace qx::tool {
 
 bool IsTerminal(Stream stream) {
@@ -19,7 +21,7 @@ bool IsTerminal(Stream stream) {
 }
 
 bool Confirm(std::string_view question) {
-    std::cerr << question << " [y/N] " << std::flush;
+    WriteError(std::string(question) + " [y/N] ");
     std::string answer;
     std::getline(std::cin, answer);
     return answer == "y" || answer == "Y" || answer == "yes";

@@ -1,0 +1,42 @@
+#include "face/allocation_watch.h"
+
+#include <cstdlib>
+#include <new>
+
+namespace qx_test {
+
+namespace {
+
+thread_local std::uint64_t allocations = 0;
+thread_local std::uint64_t failFrom = UINT64_MAX;
+
+}  // namespace
+
+std::uint64_t Allocations() {
+    return allocations;
+}
+
+MemoryShortage::MemoryShortage(std::uint64_t bytes) {
+    failFrom = bytes;
+}
+MemoryShortage::~MemoryShortage() {
+    failFrom = UINT64_MAX;
+}
+
+}  // namespace qx_test
+
+void* operator new(std::size_t size) {
+    ++qx_test::allocations;
+    void* memory = size < qx_test::failFrom ? std::malloc(size) : nullptr;
+    if (memory == nullptr) {
+        throw std::bad_alloc();
+    }
+    return memory;
+}
+
+void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+void operator delete(void* memory, std::size_t) noexcept {
+    std::free(memory);
+}

@@ -1,0 +1,236 @@
+// The C++ face against the library itself.
+
+#include <concepts>
+#include <cstdint>
+#include <gmock/gmock.h>
+#include <optional>
+#include <qx.hpp>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "face/allocation_watch.h"
+#include "support/test_library.h"
+
+namespace {
+
+using qx_test::TestDirectory;
+
+static_assert(std::movable<qx::Library> && !std::copyable<qx::Library>);
+static_assert(std::movable<qx::Session> && !std::copyable<qx::Session>);
+static_assert(std::movable<qx::File> && !std::copyable<qx::File>);
+
+// The code that `call` fails with; 0 if it succeeds.
+template <typename Call>
+std::uint32_t CodeOf(const Call& call) {
+    try {
+        call();
+        return 0;
+    } catch (const qx::Error& error) {
+        return error.Code();
+    }
+}
+
+class Face : public testing::Test {
+  protected:
+    std::string Name(std::string_view name) const { return directory_.File(name); }
+
+    qx::File Make(std::string_view name, const qx::CreateSettings& settings = {}) {
+        session_.CreateFile(Name(name), settings);
+        return session_.OpenFile(Name(name));
+    }
+
+    TestDirectory directory_;
+    qx::Library library_;
+    qx::Session session_{library_};
+};
+
+TEST_F(Face, RecordsOfAnyBytesComeBackAsTheyWere) {
+    qx::File file = Make("A", {.Modulo = 7});
+    std::string allBytes;
+    for (int byte = 0; byte < 256; ++byte) {
+        allBytes += static_cast<char>(byte);
+    }
+    const std::string large(100'000, '\xFF');
+    const std::pair<std::string, std::string> records[] = {
+        {"key", "record"}, {"", "of the empty key"}, {"empty", ""}, {allBytes, allBytes}, {"large", large}};
+    for (const auto& [key, record] : records) {
+        file.Write(key, record);
+    }
+    for (const auto& [key, record] : records) {
+        EXPECT_EQ(file.Read(key), record);
+    }
+    EXPECT_EQ(file.Header().RecordCount, std::size(records));
+    file.Write("key", "another");
+    EXPECT_EQ(file.Read("key"), "another");
+}
+
+TEST_F(Face, AMissingRecordIsNoError) {
+    qx::File file = Make("A");
+    file.Write("there", "x");
+    EXPECT_EQ(file.Read("not there"), std::nullopt);
+    std::string into = "as it was";
+    EXPECT_FALSE(file.Read("not there", into));
+    EXPECT_EQ(into, "as it was");
+    EXPECT_TRUE(file.Delete("there"));
+    EXPECT_FALSE(file.Delete("there"));
+    EXPECT_EQ(file.Read("there"), std::nullopt);
+}
+
+TEST_F(Face, AReadIntoAStringThatHasRoomAllocatesNothing) {
+    qx::File file = Make("A");
+    const std::string longRecord(900, 'x');
+    file.Write("long", longRecord);
+    file.Write("short", "y");
+    std::string into;
+    ASSERT_TRUE(file.Read("long", into));
+    const char* const place = into.data();
+    const std::uint64_t before = qx_test::Allocations();
+    for (int i = 0; i < 10; ++i) {
+        ASSERT_TRUE(file.Read("short", into));
+        ASSERT_EQ(into, "y");
+        ASSERT_FALSE(file.Read("none", into));
+        ASSERT_TRUE(file.Read("long", into));
+    }
+    EXPECT_EQ(qx_test::Allocations(), before);
+    EXPECT_EQ(into.data(), place);
+    EXPECT_EQ(into, longRecord);
+}
+
+TEST_F(Face, AShortageOfMemoryInTheCallbackIsAFailedCall) {
+    qx::File file = Make("A");
+    file.Write("key", std::string(50'000, 'x'));
+    std::string into;
+    {
+        const qx_test::MemoryShortage shortage(50'000);
+        EXPECT_EQ(CodeOf([&] { file.Read("key", into); }), 160u);
+    }
+    EXPECT_TRUE(file.Read("key", into));
+    EXPECT_EQ(into.size(), 50'000u);
+}
+
+TEST_F(Face, WhatIsTooLongFor32BitsIsRefused) {
+    qx::File file = Make("A");
+    const std::string_view endless("", std::size_t{1} << 32);  // never looked into
+    EXPECT_EQ(CodeOf([&] { file.Read(endless); }), 1002u);
+    EXPECT_EQ(CodeOf([&] { file.Write("key", endless); }), 1002u);
+    EXPECT_EQ(CodeOf([&] { session_.OpenFile(endless); }), 1002u);
+    EXPECT_EQ(file.Header().RecordCount, 0u);
+}
+
+TEST_F(Face, AnErrorCarriesTheStatusAndItsMessage) {
+    try {
+        session_.OpenFile(Name("NONE"));
+        FAIL() << "opened a file that does not exist";
+    } catch (const qx::Error& error) {
+        EXPECT_EQ(error.Code(), 231u);
+        EXPECT_EQ(error.Detail1(), 1u);
+        EXPECT_EQ(error.Detail2(), 0u);
+        char message[512];
+        const StatusRecord status{231, 1, 0};
+        ASSERT_GT(QXFormatError(&status, 0, sizeof message, message), 0u);
+        EXPECT_STREQ(error.what(), message);
+    }
+    EXPECT_THAT(qx::Error({4711, 8, 15}).what(), testing::AllOf(testing::HasSubstr("4711"), testing::HasSubstr("15")));
+}
+
+TEST_F(Face, SettingsReachTheLibrary) {
+    const qx::CreateSettings settings{.Modulo = 11, .FrameSize = 512, .Threshold = 100, .SizeLock = 2, .Version = 110};
+    const qx::HeaderValues header = Make("A", settings).Header();
+    EXPECT_EQ(header.Modulo, 11u);
+    EXPECT_EQ(header.FrameSize, 512u);
+    EXPECT_EQ(header.Threshold, 100u);
+    EXPECT_EQ(header.SizeLock, 2u);
+    EXPECT_EQ(header.Version, 110u);
+    EXPECT_EQ(header.Alpha, 33u + 10 * 14);  // the least that a header is taken to say
+    EXPECT_EQ(Make("B").Header().Version, 120u);
+
+    qx::File reader = session_.OpenFile(Name("A"), {.ReadOnly = true});
+    EXPECT_EQ(CodeOf([&] { reader.Write("key", "x"); }), 102u);
+    EXPECT_EQ(CodeOf([&] { reader.Delete("key"); }), 102u);
+    EXPECT_EQ(CodeOf([&] { reader.Clear(); }), 102u);
+
+    qx::Session small(library_, {.MaximumRecordSize = 10});
+    qx::File file = small.OpenFile(Name("B"));
+    file.Write("key", "0123456789");
+    EXPECT_EQ(CodeOf([&] { file.Write("key", "0123456789A"); }), 1002u);
+    EXPECT_EQ(file.Read("key"), "0123456789");
+
+    const qx::SessionSettings two{.MaximumIdentifierSessions = 2, .Identifier = "counted"};
+    qx::Session first(library_, two);
+    qx::Session second(library_, two);
+    EXPECT_EQ(CodeOf([&] { qx::Session third(library_, two); }), 1022u);
+    EXPECT_NO_THROW(qx::Session(library_, {.MaximumIdentifierSessions = 2, .Identifier = "another"}));
+}
+
+TEST_F(Face, AFileCanBeCountedClearedFlushedAndDeleted) {
+    qx::File file = Make("A", {.Modulo = 8});
+    for (int i = 0; i < 100; ++i) {
+        const std::string key = std::to_string(i);
+        EXPECT_LT(file.GroupNumber(key), 8u);
+        file.Write(key, key);
+    }
+    EXPECT_EQ(file.GroupNumber("A"), 1u);
+    EXPECT_EQ(file.Header().RecordCount, 100u);
+    session_.Flush();
+    EXPECT_EQ(CodeOf([&] { session_.DeleteFile(Name("A")); }), 1102u);
+    file.Clear();
+    EXPECT_EQ(file.Header().RecordCount, 0u);
+    EXPECT_EQ(file.Read("1"), std::nullopt);
+    file.Close();
+    session_.DeleteFile(Name("A"));
+    EXPECT_EQ(CodeOf([&] { session_.DeleteFile(Name("A")); }), 231u);
+}
+
+TEST_F(Face, AMovedFileBelongsToItsNewOwnerAlone) {
+    qx::File first = Make("A");
+    first.Write("key", "x");
+    qx::File second = std::move(first);
+    EXPECT_EQ(second.Read("key"), "x");
+    EXPECT_EQ(CodeOf([&] { first.Read("key"); }), 1100u);  // NOLINT(bugprone-use-after-move)
+    first.Close();                                         // which is nothing to it
+    EXPECT_EQ(second.Read("key"), "x");
+
+    second = Make("B");
+    second.Write("key", "of B");
+    session_.DeleteFile(Name("A"));  // closed by the assignment, or this would fail
+    qx::File& same = second;
+    second = std::move(same);
+    EXPECT_EQ(second.Read("key"), "of B");
+}
+
+TEST_F(Face, ClosingTwiceIsNothingAndUsingWhatIsClosedFails) {
+    qx::File file = Make("A");
+    file.Write("key", "x");
+    file.Close();
+    file.Close();
+    EXPECT_EQ(CodeOf([&] { file.Read("key"); }), 1100u);
+    {
+        qx::Session other(library_);
+        qx::File orphan = other.OpenFile(Name("A"));
+        other.Close();
+        other.Close();
+        EXPECT_EQ(CodeOf([&] { orphan.Read("key"); }), 1100u);
+        EXPECT_EQ(CodeOf([&] { other.Flush(); }), 1100u);
+        EXPECT_EQ(CodeOf([&] { orphan.Close(); }), 1100u);
+    }
+    EXPECT_EQ(session_.OpenFile(Name("A")).Read("key"), "x");
+}
+
+TEST_F(Face, TheLibraryStopsWithItsLastUser) {
+    EXPECT_EQ(library_.Version().Major, 1u);
+    EXPECT_EQ(library_.Version().Minor, 1u);
+    qx::Library second;
+    qx::Library third = std::move(second);
+    second.Close();  // NOLINT(bugprone-use-after-move): nothing to it
+    third.Close();
+    EXPECT_NO_THROW(session_.Flush());
+    library_.Close();
+    EXPECT_EQ(CodeOf([&] { session_.Flush(); }), 1100u);
+    EXPECT_EQ(CodeOf([&] { qx::Session none(library_); }), 1100u);
+    library_ = qx::Library();
+    qx::Session again(library_);
+    EXPECT_NO_THROW(again.Flush());
+}
+
+}  // namespace
