@@ -8,10 +8,10 @@ using qx::SystemError;
 
 const char* NameOf(Call call) {
     static constexpr const char* kNames[] = {
-        "Exists",         "Create",      "Open",       "ClaimForDelete",  "Delete",
-        "Read",           "Write",       "GetSize",    "SetSize",         "Flush",
-        "Lock",           "EventCreate", "EventReset", "HeapCreate",      "HeapAllocate",
-        "BufferAllocate", "ThreadStart", "PinModule",  "CurrentDirectory"};
+        "Exists",         "Create",      "Open",       "ClaimForDelete",   "Delete",
+        "Read",           "Write",       "GetSize",    "SetSize",          "Flush",
+        "Lock",           "EventCreate", "EventReset", "HeapCreate",       "HeapAllocate",
+        "BufferAllocate", "ThreadStart", "PinModule",  "CurrentDirectory", "IsSupported"};
     static_assert(std::size(kNames) == kCallKinds);
     return kNames[static_cast<uint32_t>(call)];
 }
@@ -225,7 +225,7 @@ class FaultyHost final : public qx::HostService {
   public:
     explicit FaultyHost(FaultyPlatform& owner) : owner_(owner) {}
 
-    bool IsSupported() override { return Real().IsSupported(); }
+    bool IsSupported() override { return owner_.Ask(Call::IsSupported) == SystemError::None && Real().IsSupported(); }
     uint32_t ComputerName(char (&name)[16]) override { return Real().ComputerName(name); }
     qx::OsModule* PinModule() override {
         return owner_.Ask(Call::PinModule) == SystemError::None ? Real().PinModule() : nullptr;

@@ -35,8 +35,9 @@ enum class Call : uint32_t {
     ThreadStart,
     PinModule,
     CurrentDirectory,
+    IsSupported,
 };
-inline constexpr uint32_t kCallKinds = static_cast<uint32_t>(Call::CurrentDirectory) + 1;
+inline constexpr uint32_t kCallKinds = static_cast<uint32_t>(Call::IsSupported) + 1;
 
 const char* NameOf(Call call);
 

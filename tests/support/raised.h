@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstdint>
+#include <gtest/gtest.h>
 #include <qx.h>
 #include <utility>
 
@@ -27,6 +28,20 @@ Status Raised(Body&& body) {
         return true;
     });
     return Words(status);
+}
+
+// The status that an exported function leaves; kNothing when it succeeds, which has to leave the record alone.
+template <class Function>
+Status Called(Function&& function) {
+    constexpr StatusRecord kUntouched{0xA5A5A5A5, 0x5A5A5A5A, 0xA55A5AA5};
+    StatusRecord status = kUntouched;
+    const int32_t result = std::forward<Function>(function)(&status);
+    if (result == 0) {
+        return Words(status);
+    }
+    EXPECT_EQ(result, 1);
+    EXPECT_EQ(Words(status), Words(kUntouched));
+    return kNothing;
 }
 
 }  // namespace qx_test
