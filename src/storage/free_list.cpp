@@ -25,11 +25,21 @@ void FreeList::Load() {
     if (ReadFrame(context_, WhichFile::Overflow, 0, context_.File.FrameSize, ShortRead::Allow, buffer_)) {
         CheckFrameZero();
     } else {
-        list_.MakeEmpty(context_.File.FrameSize, context_.FillCharacter());
+        StartEmpty();
     }
     loaded_ = true;
     loadedEnd_ = HighWater();
     loadedFree_ = list_.Count() - 1;
+}
+
+// A read that comes back short may also have failed to read a frame that is there. Taking that for an empty list would
+// give away frames that groups use.
+void FreeList::StartEmpty() {
+    if (context_.OverflowFrames() > 0) {
+        context_.Levels.CountWork(Counter::ReadErrors);
+        Raise(Code::ReadFailed, Number(WhichFile::Overflow), context_.Input.Group + 1);
+    }
+    list_.MakeEmpty(context_.File.FrameSize, context_.FillCharacter());
 }
 
 // A list that claims more frames than the file has must not make the file grow to fit. Only free frames at its end may

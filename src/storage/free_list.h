@@ -44,6 +44,7 @@ class FreeList {
     void Trim();
     void ReadListFrame(uint32_t frame);
     void WriteListFrame(uint32_t frame);
+    void StartEmpty();
     void CheckFrameZero();
     void CheckEnd();
     [[noreturn]] void FailOrder();

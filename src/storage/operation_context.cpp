@@ -16,17 +16,18 @@ OperationContext::OperationContext(OpenFile& file, const CounterLevels& levels)
       Output(*this, Buffer(1), Buffer(2)),
       List(*this, Buffer(3)) {}
 
-bool OperationContext::OverflowHolds(uint64_t frames) {
-    if (frames <= File.OverflowFramesSeen.load(std::memory_order_relaxed)) {
-        return true;
-    }
+uint32_t OperationContext::OverflowFrames() {
     uint32_t held = 0;
     if (!OsGetSize(HandleOf(WhichFile::Overflow), File.FrameSize, &held)) {
         Levels.CountWork(Counter::ReadErrors);
         Raise(Code::ReadFailed, Number(WhichFile::Overflow), Input.Group + 1);
     }
     File.OverflowFramesSeen.store(held, std::memory_order_relaxed);
-    return frames <= held;
+    return held;
+}
+
+bool OperationContext::OverflowHolds(uint64_t frames) {
+    return frames <= File.OverflowFramesSeen.load(std::memory_order_relaxed) || frames <= OverflowFrames();
 }
 
 }  // namespace qx

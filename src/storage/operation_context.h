@@ -33,6 +33,9 @@ class OperationContext {
     void AttachOverflow(OverflowAttachment::Missing missing) { overflow_.Attach(missing); }
     bool OverflowIsAttached() const { return overflow_.IsAttached(); }
 
+    // Frames in the overflow file, which is attached. Raises 107 when its length cannot be had.
+    uint32_t OverflowFrames();
+
     // Whether the overflow file, which is attached, holds at least so many frames. A walk along a chain that takes more
     // frames than that runs in a circle; a record that needs more is damaged. Raises 107 when the length cannot be had.
     bool OverflowHolds(uint64_t frames);
