@@ -2,8 +2,6 @@
 
 #include <array>
 #include <deque>
-#include <sys/resource.h>
-#include <unistd.h>
 
 #include "support/process_set_up.h"
 #include "support/test_library.h"
@@ -99,28 +97,20 @@ TEST_F(FileCache, AFileWhoseMutexIsOwnedIsSkipped) {
 
 TEST_F(FileCache, IdleFilesMakeRoomWhenTheProcessRunsOutOfDescriptors) {
     const auto files = FourIdle();
-    rlimit before{};
-    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
-    const int next = ::dup(0);
-    ::close(next);
-    const rlimit limit{static_cast<rlim_t>(next), before.rlim_max};
-    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
+    Platform.LimitOpenHandles(4);
     std::array<CachedFile, 3> more;
-    qx::OsHandle claim = qx::kNoOsHandle;
-    const std::array<FileResult, 2> opened = {
-        qx::CacheCreateFile(NameOfFile("new"), Sharing::Shared, more[0]),
-        qx::CacheOpenFile(NameOfFile("2"), Access::ReadOnly, Sharing::Shared, more[1])};
+    EXPECT_EQ(qx::CacheCreateFile(NameOfFile("new"), Sharing::Shared, more[0]), FileResult::Done);
+    EXPECT_EQ(Open(files), "123");
+    EXPECT_EQ(qx::CacheOpenFile(NameOfFile("2"), Access::ReadOnly, Sharing::Shared, more[1]), FileResult::Done);
     EXPECT_EQ(Open(files), "23");
-    const FileResult claimed = qx::CacheClaimForDelete(NameOfFile("0"), &claim);
+    qx::OsHandle claim = qx::kNoOsHandle;
+    EXPECT_EQ(qx::CacheClaimForDelete(NameOfFile("0"), &claim), FileResult::Done);
     EXPECT_EQ(Open(files), "3");
     qx::IdleListRemove(*files[3]);
-    const FileResult refused = qx::CacheOpenFile(NameOfFile("1"), Access::ReadOnly, Sharing::Shared, more[2]);
-    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
-    EXPECT_EQ(opened, (std::array{FileResult::Done, FileResult::Done}));
-    EXPECT_EQ(claimed, FileResult::Done);
-    EXPECT_EQ(refused, FileResult::Exhausted) << "nothing is idle";
+    EXPECT_EQ(qx::CacheOpenFile(NameOfFile("1"), Access::ReadOnly, Sharing::Shared, more[2]), FileResult::Exhausted)
+        << "nothing is idle";
     EXPECT_FALSE(more[2].IsOpen());
-    EXPECT_EQ(qx::theProcessCounters.Value(qx::Counter::ActiveFileHandles), 3U);
+    EXPECT_EQ(qx::theProcessCounters.Value(qx::Counter::ActiveFileHandles), 3U) << "a claim is not one of them";
     EXPECT_EQ(qx::OsDeleteClaimed(NameOfFile("0"), claim), FileResult::Done);
     for (CachedFile* file : {files[3], &more[0], &more[1]}) {
         qx::CacheCloseFile(*file);

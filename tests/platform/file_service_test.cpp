@@ -134,6 +134,7 @@ TEST_F(FileService, NamesThatCannotBeOpened) {
 
 TEST_F(FileService, NoDescriptorToSpare) {
     Files().Close(Created());
+    EXPECT_EQ(Claiming(), SystemError::None);
     rlimit before{};
     ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
     const int next = ::dup(0);

@@ -173,7 +173,7 @@ TEST_F(ConcurrentHandleTable, HandlesAreLookedUpWhileOthersComeAndGo) {
     std::atomic<bool> done{false};
     std::atomic<uint32_t> entered{0};
     std::vector<std::thread> readers;
-    for (const uint64_t reader : {1, 2}) {
+    for (const uint64_t reader : {1U, 2U}) {
         readers.emplace_back([&, reader] {
             std::mt19937_64 random(seed + reader);
             while (!done || entered == 0) {

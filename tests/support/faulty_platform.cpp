@@ -111,6 +111,9 @@ class FaultyFiles final : public qx::FileService {
         if (error != SystemError::None) {
             return error;
         }
+        if (!owner_.MayOpen()) {
+            return SystemError::NoHandles;
+        }
         error = body();
         if (error == SystemError::None) {
             ++owner_.Held.OpenHandles;
@@ -302,6 +305,7 @@ void FaultyPlatform::Clear() {
     orders_ = {};
     any_ = {};
     partial_ = 0;
+    openHandlesLimit_ = kNoLimit;
     delivered_ = false;
 }
 

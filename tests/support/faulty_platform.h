@@ -60,7 +60,10 @@ class FaultyPlatform {
     // A write that fails transfers the first `bytes` bytes before; reads that fail likewise.
     void TransferBeforeFailing(size_t bytes) { partial_ = bytes; }
 
-    // Orders no further faults.
+    // From now on no more than `most` file handles can be open at once: NoHandles beyond.
+    void LimitOpenHandles(int64_t most) { openHandlesLimit_ = most; }
+
+    // Orders no further faults and lifts the limit.
     void Clear();
 
     // Whether a fault was delivered since the last order or Clear.
@@ -85,6 +88,7 @@ class FaultyPlatform {
     // For the wrappers: counts a call and says whether, and how, it is to fail.
     qx::SystemError Ask(Call call);
     size_t PartialTransfer() const { return partial_; }
+    bool MayOpen() const { return Held.OpenHandles < openHandlesLimit_; }
 
     const qx::Platform& Real() const { return real_; }
 
@@ -97,6 +101,8 @@ class FaultyPlatform {
 
     struct Services;
 
+    static constexpr int64_t kNoLimit = INT64_MAX;
+
     const qx::Platform real_;
     std::unique_ptr<Services> services_;
     std::mutex mutex_;
@@ -105,6 +111,7 @@ class FaultyPlatform {
     std::array<std::atomic<uint64_t>, kCallKinds> counts_{};
     std::atomic<uint64_t> all_{0};
     std::atomic<size_t> partial_{0};
+    std::atomic<int64_t> openHandlesLimit_{kNoLimit};
     std::atomic<bool> delivered_{false};
     std::atomic<Call> deliveredCall_{Call::Exists};
 };
