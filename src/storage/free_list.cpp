@@ -21,6 +21,7 @@ void FreeList::Load() {
     context_.AllocationLock.Lock(kOverflowAllocation, true);
     dirty_ = false;
     resized_ = false;
+    trimmed_ = false;
     unsorted_ = 0;
     if (ReadFrame(context_, WhichFile::Overflow, 0, context_.File.FrameSize, ShortRead::Allow, buffer_)) {
         CheckFrameZero();
@@ -43,7 +44,7 @@ void FreeList::StartEmpty() {
 }
 
 // A list that claims more frames than the file has must not make the file grow to fit. Only free frames at its end may
-// be missing: they go before the list that no longer names them is written.
+// be missing, as after a failure of a writer that cuts the file back first.
 void FreeList::CheckEnd() {
     if (loadedEnd_ > 1 + loadedFree_ && !context_.OverflowHolds(loadedEnd_ - loadedFree_)) {
         FailOrder();
@@ -178,7 +179,7 @@ void FreeList::Refill() {
     SortNewEntries();
 }
 
-// Takes the free frames at the end of the file off the list and off the file.
+// Takes the free frames at the end of the file off the list.
 void FreeList::Trim() {
     const uint32_t count = list_.Count();
     uint32_t run = 0;
@@ -195,8 +196,7 @@ void FreeList::Trim() {
     list_.MoveEntries(run + 1, 1, count - run - 1);
     list_.SetEntry(0, highWater);
     list_.SetCount(count - run);
-    SetFileFrames(context_, WhichFile::Overflow, highWater);
-    resized_ = true;
+    trimmed_ = true;
 }
 
 void FreeList::Commit() {
@@ -214,11 +214,17 @@ void FreeList::Commit() {
             Refill();
             Trim();
         }
+        // The file is cut back last: a failure in between then leaves frames too many and not a list of frames that are
+        // gone.
         if (list_.Count() == 1 && HighWater() == 1) {
             SetFileFrames(context_, WhichFile::Overflow, 0);
             resized_ = true;
         } else {
             WriteListFrame(0);
+            if (trimmed_) {
+                SetFileFrames(context_, WhichFile::Overflow, HighWater());
+                resized_ = true;
+            }
         }
         if (resized_ && context_.Settings().FlushFileSizeUpdates) {
             FlushIfModified(context_, WhichFile::Overflow);

@@ -56,6 +56,7 @@ class FreeList {
     bool loaded_ = false;
     bool dirty_ = false;
     bool resized_ = false;    // the file's length changes
+    bool trimmed_ = false;    // it is to be cut back to HighWater
     uint32_t unsorted_ = 0;   // entries appended since the last sort
     uint32_t loadedEnd_ = 0;  // HighWater and the number of free frames in frame 0 when the list was loaded
     uint32_t loadedFree_ = 0;
