@@ -100,7 +100,7 @@ DiskImage::DiskImage(const std::string& path, const qx_check::Options& options, 
     });
 }
 
-uint32_t DiskImage::FirstDifference(Model& model) const {
+uint32_t DiskImage::FirstDifference(Model& model, const std::set<uint32_t>& except) const {
     for (uint32_t i = 0; i < groups_.size(); ++i) {
         bool same = groups_[i] == model.Group(i);
         if (!same && !model.KnowsGroups()) {
@@ -110,7 +110,7 @@ uint32_t DiskImage::FirstDifference(Model& model) const {
             std::sort(there.begin(), there.end());
             same = here == there;
         }
-        if (!same) {
+        if (!same && !except.contains(i)) {
             return i;
         }
     }

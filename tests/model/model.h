@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -56,9 +57,10 @@ class DiskImage {
     const qx_check::Report& Report() const { return report_; }
     const GroupRecords& Group(uint32_t group) const { return groups_[group]; }
 
-    // The first group that differs, or kNone. Their order in a group matters if the model knows the groups.
+    // The first group that differs, apart from the groups in `except`, or kNone. The order in a group matters if the
+    // model knows the groups.
     static constexpr uint32_t kNone = 0xFFFFFFFF;
-    uint32_t FirstDifference(Model& model) const;
+    uint32_t FirstDifference(Model& model, const std::set<uint32_t>& except = {}) const;
 
   private:
     qx_check::Report report_;

@@ -1,6 +1,7 @@
 // Files of many shapes, each beside a model, for a long time.
 #include <gtest/gtest.h>
 
+#include "model/failure_run.h"
 #include "model/model_run.h"
 #include "support/test_seed.h"
 
@@ -30,6 +31,40 @@ TEST_P(SlowModelTest, AgreesWithAMap) {
 
 INSTANTIATE_TEST_SUITE_P(Files, ModelTest, testing::ValuesIn(kScenarios));
 INSTANTIATE_TEST_SUITE_P(Files, SlowModelTest, testing::ValuesIn(kScenarios));
+
+// Small enough to be looked at as a whole after every failure, and chains long enough to fail in the middle of.
+const Scenario kFailing[] = {
+    {32, 256, 5, 2, 100, 8'000},
+    {22, 256, 2, 2, 60, 20'000},
+    {26, 1000, 4, 2, 100, 20'000},
+    {32, 1024, 3, 2, 60, 50'000},
+    {32, 1024, 3, 2, 60, 50'000, "FLUSHALLUPDATES = YES"},
+    {26, 4096, 1, 2, 100, 60'000},
+};
+
+class FailureTest : public testing::TestWithParam<Scenario> {
+  protected:
+    void Run(uint64_t operations) {
+        FailureRun run(GetParam(), TestSeed());
+        run.Run(operations);
+        std::cout << run.Met().Failures << " failures, " << run.Met().DamagedGroups << " damaged groups, "
+                  << run.Met().DamagedLists << " damaged lists\n";
+        EXPECT_GT(run.Met().Failures, operations / 20);
+        EXPECT_GT(run.Met().DamagedGroups, 0u);
+    }
+};
+using SlowFailureTest = FailureTest;
+
+TEST_P(FailureTest, LeavesWhatItMayLeave) {
+    Run(12'000);
+}
+
+TEST_P(SlowFailureTest, LeavesWhatItMayLeave) {
+    Run(100'000);
+}
+
+INSTANTIATE_TEST_SUITE_P(Files, FailureTest, testing::ValuesIn(kFailing));
+INSTANTIATE_TEST_SUITE_P(Files, SlowFailureTest, testing::ValuesIn(kFailing));
 
 }  // namespace
 }  // namespace qx_test

@@ -16,9 +16,10 @@ struct Scenario {
     uint8_t HeaderLength;  // 22 (made by hand, as the library never makes it), 26 or 32
     uint32_t FrameSize;
     uint32_t Modulo;
-    uint16_t SizeLock;  // 2: the number of groups stays; less: it may change at any time
-    size_t Keys;        // different keys in use
-    size_t Longest;     // bytes of data
+    uint16_t SizeLock;            // 2: the number of groups stays; less: it may change at any time
+    size_t Keys;                  // different keys in use
+    size_t Longest;               // bytes of data
+    const char* Parameters = "";  // of the volume
 
     uint32_t FixedModulo() const { return SizeLock >= 2 ? Modulo : 0; }
     uint32_t Version() const { return HeaderLength == 22 ? 100 : HeaderLength == 26 ? 110 : 120; }
