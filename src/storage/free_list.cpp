@@ -54,7 +54,8 @@ void FreeList::CheckEnd() {
 // Every entry is below the first, so a list in order names no frame beyond the end that it claims. The claim itself is
 // tested when it is used.
 void FreeList::CheckFrameZero() {
-    if (list_.Count() > (context_.File.FrameSize - 7) / 4 || !list_.IsDescending() || HighWater() == 0xFFFFFFFF) {
+    if (list_.Count() > (context_.File.FrameSize - kListHead) / 4 || !list_.IsDescending() ||
+        HighWater() == 0xFFFFFFFF) {
         FailOrder();
     }
 }
@@ -133,17 +134,32 @@ void FreeList::WriteListFrame(uint32_t frame) {
     WriteFrame(context_, WhichFile::Overflow, frame, context_.File.FrameSize, buffer_);
 }
 
+// Writes the chained list frame in the buffer, in the place of `replaced`, and after that the link that leads to it.
+void FreeList::WriteChained(ListEnd& before, uint32_t replaced) {
+    const uint32_t frame = list_.Entry(0);
+    WriteListFrame(frame);
+    if (frame != replaced) {
+        uint8_t bytes[kListHead] = {kOverflowHeaderLength};
+        FreeListFrame head(bytes);
+        head.SetCount(before.Count);
+        head.SetNext(frame);
+        WriteFrame(context_, WhichFile::Overflow, before.Frame, kListHead, bytes);
+    }
+    before = {frame, geometry_.Half};
+}
+
 // Moves the smaller half of frame 0's entries into the chain. Along the chain the numbers descend, so the moved block
-// is merged into one list frame after the other, each of which keeps the larger half and passes the smaller one on.
+// is merged into one list frame after the other, each of which keeps the larger half and passes the smaller one on. A
+// failure on the way leaves a list that lacks the numbers being passed on and is good otherwise.
 void FreeList::Spill() {
     const uint32_t half = geometry_.Half;
     SortNewEntries();
     const uint32_t left = list_.Count() - half;
     list_.SetCount(left);
-    uint32_t link = list_.Next();
-    list_.SetNext(std::max(link, list_.Entry(left)));
     WriteListFrame(0);
     list_.MoveEntries(left, half, half);
+    ListEnd before{0, left};
+    uint32_t link = list_.Next();
     for (uint32_t steps = 1; link != 0; ++steps) {
         if (!context_.OverflowHolds(steps)) {
             FailOrder();
@@ -155,15 +171,13 @@ void FreeList::Spill() {
         list_.SetCount(2 * half);
         unsorted_ = half;
         SortNewEntries();
-        link = list_.Next();
-        list_.SetNext(std::max(link, list_.Entry(half)));
         list_.SetCount(half);
-        WriteListFrame(list_.Entry(0));
+        WriteChained(before, link);
+        link = list_.Next();
     }
-    list_.SetNext(0);
     list_.MoveEntries(half, 0, half);
     list_.SetCount(half);
-    WriteListFrame(list_.Entry(0));
+    WriteChained(before, 0);
     ReadFrame(context_, WhichFile::Overflow, 0, context_.File.FrameSize, ShortRead::Fail, buffer_);
 }
 

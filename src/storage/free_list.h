@@ -38,7 +38,14 @@ class FreeList {
     const ListGeometry& Geometry() const { return geometry_; }
 
   private:
+    // A list frame that the chain has been written up to.
+    struct ListEnd {
+        uint32_t Frame;
+        uint32_t Count;
+    };
+
     void SortNewEntries();
+    void WriteChained(ListEnd& before, uint32_t replaced);
     void Spill();
     void Refill();
     void Trim();

@@ -18,15 +18,17 @@
 
 namespace qx {
 
+inline constexpr uint32_t kListHead = 7;  // bytes before the entries
+
 // How many entries list frames of a file hold. Lists are moved about in halves, so an odd capacity is rounded down;
 // more than 65,534 could not be counted.
 struct ListGeometry {
     explicit constexpr ListGeometry(uint32_t frameSize) {
-        const uint32_t fit = (frameSize - 7) / 4;
+        const uint32_t fit = (frameSize - kListHead) / 4;
         Capacity = (fit > kMost ? kMost : fit) / 2 * 2;
         Half = Capacity / 2;
         Quarter = Half / 2;
-        HalfBytes = 4 * Half + 7;
+        HalfBytes = 4 * Half + kListHead;
     }
 
     static constexpr uint32_t kMost = 65534;
@@ -48,11 +50,11 @@ class FreeListFrame {
     uint32_t Next() const { return LoadLittleEndian<uint32_t>(bytes_ + 3); }
     void SetNext(uint32_t frame) { StoreLittleEndian(bytes_ + 3, frame); }
 
-    uint32_t Entry(uint32_t index) const { return LoadLittleEndian<uint32_t>(bytes_ + 7 + 4 * size_t{index}); }
-    void SetEntry(uint32_t index, uint32_t frame) { StoreLittleEndian(bytes_ + 7 + 4 * size_t{index}, frame); }
+    uint32_t Entry(uint32_t index) const { return LoadLittleEndian<uint32_t>(bytes_ + kListHead + 4 * size_t{index}); }
+    void SetEntry(uint32_t index, uint32_t frame) { StoreLittleEndian(bytes_ + kListHead + 4 * size_t{index}, frame); }
 
     void MoveEntries(uint32_t from, uint32_t to, uint32_t count) {
-        std::memmove(bytes_ + 7 + 4 * size_t{to}, bytes_ + 7 + 4 * size_t{from}, 4 * size_t{count});
+        std::memmove(bytes_ + kListHead + 4 * size_t{to}, bytes_ + kListHead + 4 * size_t{from}, 4 * size_t{count});
     }
 
     void SwapEntries(uint32_t a, uint32_t b) {
