@@ -90,8 +90,9 @@ void CreateHashedFile(OpenFile& file, const FileHeader& header, const CounterLev
     if (settings.ReadOnly) {
         Raise(Code::ReadOnly, 1);
     }
-    RemoveOldOverflow(file.PathOf(WhichFile::Overflow));
+    // A primary file that has appeared meanwhile keeps its overflow file.
     NewFile primary(file, WhichFile::Primary);
+    RemoveOldOverflow(file.PathOf(WhichFile::Overflow));
     if (!OsSetSize(primary.Handle(), header.FrameSize, header.Modulo)) {
         levels.CountWork(Counter::WriteErrors);
         Raise(Code::WriteFailed, Number(WhichFile::Primary), header.Modulo - 1);
