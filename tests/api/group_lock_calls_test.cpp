@@ -158,27 +158,10 @@ TEST_F(GroupLockCalls, CountsThatCannotBeStoredAreAFailureInTheEnd) {
     ExpectNothingHeld();
 }
 
-TEST_F(GroupLockCalls, NoWaitEventForAGroupThatSomebodyHas) {
-    const uint32_t file = CreateAndOpen("F");
-    qx::GroupLockRequest theirs;
-    ASSERT_TRUE(Record(file).GroupLocks.Lock(theirs, 5, false, {}));
-    Faults.Fail(Call::EventCreate, 1);
-    Faults.Fail(Call::EventReset, 1);
-    EXPECT_FALSE(LockGroup(file, 5));
-    EXPECT_EQ(LastStatus(), (Status{1015, 0, 0}));
-    Faults.Clear();
-    for (const qx::CounterSet* level :
-         {&qx::theProcessCounters, &Record(file).Counters, &Record(file).Volume.Counters}) {
-        EXPECT_GE(level->Value(Counter::GroupLockInitSuspendErrors), 1U);
-    }
-    EXPECT_TRUE(LockGroup(file, 5, false)) << "a shared lock beside a shared one";
-    EXPECT_TRUE(UnlockGroup(file, 5));
-    Record(file).GroupLocks.Unlock(theirs, {});
-    ExpectNothingHeld();
-}
+class ConcurrentGroupLockCalls : public GroupLockCalls {};
 
 // A select hold gives the primary file up before it looks at the overflow file, so a call may have come in between.
-TEST_F(GroupLockCalls, AnOverflowFileInUseIsNotClosed) {
+TEST_F(ConcurrentGroupLockCalls, AnOverflowFileInUseIsNotClosed) {
     const uint32_t file = CreateAndOpen("F", FixedFile(1, 256));
     ASSERT_TRUE(Put(file, "k", std::string(500, 'd')));
     qx::FilePart& overflow = Record(file).OverflowPart;
@@ -206,7 +189,7 @@ TEST_F(GroupLockCalls, AnOverflowFileInUseIsNotClosed) {
 }
 
 // The session that holds a group holds off every other user of the file.
-TEST_F(GroupLockCalls, OtherThreadsWaitForTheHolder) {
+TEST_F(ConcurrentGroupLockCalls, OtherThreadsWaitForTheHolder) {
     const uint32_t file = CreateAndOpen("F");
     ASSERT_TRUE(Put(file, "k", "before"));
     ASSERT_TRUE(LockGroup(file, 0));
