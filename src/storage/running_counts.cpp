@@ -93,23 +93,24 @@ bool RunningCounts::HaveDrifted(uint32_t headerLength, uint32_t frameSize) {
     return HasRecordCount(headerLength) && Distance(newRecordCount_, recordCount_) >= kRecordDrift;
 }
 
+// The re-count's result may replace the running values at any moment, so both change together.
 void RunningCounts::AddRecord(uint32_t group, int32_t change) {
+    const SpinHold hold(verificationLock_);
     {
-        const SpinHold hold(recordCountLock_);
+        const SpinHold countHold(recordCountLock_);
         newRecordCount_ += static_cast<uint32_t>(change);
     }
-    const SpinHold hold(verificationLock_);
     if (group < moduloVerified_) {
         recordCountVerified_ += static_cast<uint32_t>(change);
     }
 }
 
 void RunningCounts::ChangeAlpha(uint32_t group, uint64_t before, uint64_t after) {
+    const SpinHold hold(verificationLock_);
     {
-        const SpinHold hold(alphaLock_);
+        const SpinHold alphaHold(alphaLock_);
         newAlpha_ = Changed(newAlpha_, before, after);
     }
-    const SpinHold hold(verificationLock_);
     if (group < moduloVerified_) {
         alphaVerified_ = Changed(alphaVerified_, before, after);
     }
