@@ -34,6 +34,15 @@ void* operator new(std::size_t size) {
     return memory;
 }
 
+// A sanitizer's own would not go with the operators delete below.
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    try {
+        return operator new(size);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+
 void operator delete(void* memory) noexcept {
     std::free(memory);
 }

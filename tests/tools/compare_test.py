@@ -28,7 +28,7 @@ standard input: line 7: key "7": field 2 is "50", the input has "49"
 standard input: line 8: key "8": field 2 is missing, the input has "64"
 standard input: line 9: key "9": field 3 is "", the input has none
 standard input: line 10: key "10": not in the file
-A: the file counts 300 records, the input has found 299
+A: the file counts 300 records, 299 of the input are in it
 A: 300 records compared: 3 different, 1 not in the file
 """)
 
@@ -42,6 +42,12 @@ A: 300 records compared: 3 different, 1 not in the file
         self.assertEqual(len(out.splitlines()), 22)
         self.assertIn("further differences are only counted", out)
         self.assertIn("not in the file", out)
+
+    def test_of_long_fields_and_keys_only_the_beginning_is_told(self):
+        key, field = "k" * 1000, "f" * 1000
+        out = self.qx("compare", "A", stdin=f"{key},x\n1,{field},1\n".encode(), status=NOT_FOUND).out
+        self.assertIn('key "' + "k" * 80 + '"... (1,000 bytes): not in the file', out)
+        self.assertIn('the input has "' + "f" * 80 + '"... (1,000 bytes)\n', out)
 
     def test_a_bad_line_is_a_failure(self):
         self.assertIn("line 1: the key is empty", self.qx("compare", "A", stdin=b",x\n", status=FAILURE).err)

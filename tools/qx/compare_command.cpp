@@ -79,8 +79,8 @@ class Comparison {
         const std::uint64_t found = compared_ - missing_;
         if (header.Version != 100 && header.RecordCount != found) {
             countDiffers_ = true;
-            output_.WriteLine(name_ + ": the file counts " + Counted(header.RecordCount, "record") +
-                              ", the input has found " + Grouped(found));
+            output_.WriteLine(name_ + ": the file counts " + Counted(header.RecordCount, "record") + ", " +
+                              Grouped(found) + " of the input are in it");
         }
     }
 

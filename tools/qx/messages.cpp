@@ -2,6 +2,8 @@
 
 #include <cstdio>
 
+#include "number_text.h"
+
 namespace qx::tool {
 
 void WriteError(std::string_view text) {
@@ -23,8 +25,9 @@ std::string Describe(const qx::Error& error) {
 
 std::string Quoted(std::string_view bytes) {
     constexpr std::string_view kDigits = "0123456789ABCDEF";
+    constexpr std::size_t kMostShown = 80;
     std::string text = "\"";
-    for (const char c : bytes) {
+    for (const char c : bytes.substr(0, kMostShown)) {
         const auto byte = static_cast<unsigned char>(c);
         if (c == '"' || c == '\\') {
             text += '\\';
@@ -38,6 +41,9 @@ std::string Quoted(std::string_view bytes) {
         }
     }
     text += '"';
+    if (bytes.size() > kMostShown) {
+        text += "... (" + Counted(bytes.size(), "byte") + ")";
+    }
     return text;
 }
 

@@ -16,8 +16,8 @@ void Complain(std::string_view text);
 /// A failed call in words: "The hashed file does not exist. (code 231)".
 std::string Describe(const qx::Error& error);
 
-/// Bytes in a form that fits into a line and leaves a terminal alone: in double quotes, and whatever is not printable
-/// ASCII as \xNN.
+/// Bytes in a form that fits into a line and leaves a terminal alone: in double quotes, whatever is not printable ASCII
+/// as \xNN, and of many bytes only the first.
 std::string Quoted(std::string_view bytes);
 
 }  // namespace qx::tool
