@@ -376,7 +376,7 @@ struct HeaderValues {
     std::uint32_t Threshold = 0;    ///< in 256ths of a frame
     std::uint32_t SizeLock = 0;     ///< as in CreateSettings
     std::uint32_t Modulo = 0;       ///< number of groups
-    std::uint32_t RecordCount = 0;  ///< 0 in a file of version 100
+    std::uint32_t RecordCount = 0;  ///< not stored in a file of version 100
     std::uint32_t Alpha = 0;        ///< low 32 bits of the bytes in use in the groups, each counted up to one frame
     bool ModuloVerified = false;    ///< a walk under way has counted every group exactly
 };
