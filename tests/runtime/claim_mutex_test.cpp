@@ -71,10 +71,14 @@ TEST_F(ConcurrentClaimMutex, ClaimantsFollowInTheOrderOfTheirArrival) {
     std::vector<std::thread> claimants;
     for (uint32_t i = 0; i < 17; ++i) {
         claimants.emplace_back([&, i] {
-            Node node;
-            EXPECT_TRUE(mutex.Claim(node));
-            order.push_back(i);
-            mutex.Release(node);
+            if (i % 2 == 0) {
+                const qx::ClaimHold hold(mutex);
+                order.push_back(i);
+            } else {
+                const auto hold = qx::OptionalClaimHold::Claim(mutex);
+                EXPECT_TRUE(hold);
+                order.push_back(i);
+            }
         });
         while (mutex.Suspends() != i + 1) {
             std::this_thread::yield();
@@ -114,6 +118,7 @@ TEST_F(ConcurrentClaimMutex, OneOwnerAtATime) {
                     const auto hold = qx::OptionalClaimHold::Claim(*mutex);
                     EXPECT_TRUE(hold);
                     ++total;
+                    std::this_thread::yield();
                 }
                 if (--left == 0) {
                     mutex.reset();
