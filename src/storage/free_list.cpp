@@ -104,6 +104,9 @@ uint32_t FreeList::Allocate(uint32_t near) {
         list_.SetEntry(0, frame + 1);
         resized_ = true;
     } else {
+        if (!context_.OverflowHolds(uint64_t{frame} + 1)) {
+            CheckEnd();
+        }
         list_.MoveEntries(chosen + 1, chosen, count - chosen - 1);
         list_.SetEntry(count - 1, 0);
         list_.SetCount(count - 1);
