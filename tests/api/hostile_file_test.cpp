@@ -215,7 +215,7 @@ TEST_F(HostileFile, RandomDamageIsSurvived) {
                     break;
                 default:
                     if (below(8) == 0) {
-                        part.resize(below(part.size()) + 8);
+                        part.resize(below(part.size()) + 16);
                     }
             }
         }

@@ -262,6 +262,7 @@ TEST_F(FreeListTest, ADamagedListGivesNothingAway) {
         {"HighWater beyond the file", {{0, 1, 0, {kFrames + 1}}}},
         {"HighWater far beyond the file", {{0, 1, 0, {0xFFFFFFF0}}}},
         {"HighWater far beyond the file and a free frame before it", {{0, 2, 0, {1000000, 999999}}}, 1},
+        {"free frame far beyond the file", {{0, 3, 0, {1000000, 999999, 50}}}},
         {"HighWater below a free frame", {{0, 2, 0, {50, 50}}}},
         {"free frames not in order", {{0, 3, 0, {kFrames, 50, 60}}}},
         {"a free frame twice", {{0, 3, 0, {kFrames, 50, 50}}}},
