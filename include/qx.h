@@ -90,7 +90,7 @@ typedef struct FileHeaderRecord {
     uint32_t Threshold; /* in 256ths of a frame */
     uint32_t SizeLock;
     uint32_t Modulo;         /* number of groups */
-    uint32_t RecordCount;    /* as this process knows it; 0 in a file of version 100 */
+    uint32_t RecordCount;    /* as this process knows it; a file of version 100 does not store it */
     uint32_t Alpha;          /* low 32 bits of the bytes in use in the groups, each counted up to one frame */
     uint32_t ModuloVerified; /* 1: a walk under way has counted every group exactly */
 } FileHeaderRecord;

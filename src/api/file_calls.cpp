@@ -17,7 +17,7 @@ namespace qx {
 
 namespace {
 
-// A word of 0 takes the default; the others are moved into their range. Frames too large for the version are refused.
+// A word of 0 takes the default; the others are moved into their range.
 FileHeader HeaderToCreate(const CreateOptions& options) {
     FileHeader header;
     if (options.Modulo != 0) {
@@ -35,12 +35,6 @@ FileHeader HeaderToCreate(const CreateOptions& options) {
     }
     header.Alpha = EmptyAlpha(header.HeaderLength, header.Modulo);
     return header;
-}
-
-void CheckFrameSize(const FileHeader& header) {
-    if (!HasHighParts(header.HeaderLength) && header.FrameSize > kLargestFrame110) {
-        Raise(Code::CreateFailed, Number(WhichFile::Primary));
-    }
 }
 
 FileHeaderRecord DescribeHeader(OpenFile& file) {
@@ -63,8 +57,8 @@ int32_t NameOperation(uint32_t session, uint32_t name, Existence expected, Count
                       Work&& work) noexcept {
     return ExportedCall(status, [&](StatusRecord&) {
         SessionEntry entry(session);
-        const ClaimHold api(theLibrary.ApiMutex);
         entry.Count(counter);
+        const ClaimHold api(theLibrary.ApiMutex);
         ResolvedFile resolved(*entry.Session, session, name, expected);
         resolved.Levels.Volume->Increment(counter);
         resolved.Levels.File->Increment(counter);
@@ -84,7 +78,6 @@ int32_t QXCreateFile(uint32_t session, uint32_t name, const CreateOptions* optio
     return NameOperation(session, name, Existence::MustNotExist, Counter::CreateFiles, status,
                          [&](ResolvedFile& resolved) {
                              const FileHeader header = HeaderToCreate(ReadCallerRecord(options));
-                             CheckFrameSize(header);
                              CreateHashedFile(*resolved.File, header, resolved.Levels);
                          });
 }
@@ -110,9 +103,7 @@ int32_t QXCloseFile(uint32_t file, StatusRecord* status) {
         ReleaseCallerGroupLockOf(*entry.Call.Session, file);
         entry.BeginClose();
         entry.Call.Levels.CountCall(Counter::CloseFiles);
-        FirstFailure failure;
-        CloseHandle(entry.Call, failure);
-        failure.RaiseIfAny();
+        CloseHandle(entry.Call);
         return true;
     });
 }

@@ -58,7 +58,7 @@ void Start() {
 // No call is inside the library and the worker has ended.
 void CloseEverything(FirstFailure& failure) {
     while (!theLibrary.SessionList.IsEmpty()) {
-        CloseSession(theLibrary.SessionList.Head(), failure);
+        failure.Run([] { CloseSession(theLibrary.SessionList.Head()); });
     }
     while (CloseOneIdleFile()) {
     }

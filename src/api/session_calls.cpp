@@ -6,6 +6,7 @@
 #include "api/caller_record.h"
 #include "api/entry.h"
 #include "api/session_closing.h"
+#include "platform/platform.h"
 #include "storage/caller_group_lock.h"
 #include "storage/file_opening.h"
 
@@ -72,19 +73,37 @@ uint32_t OpenSession(BufferCallback callback, const SessionOptions* options) {
 
 }  // namespace
 
-void CloseSession(uint32_t handle, FirstFailure& failure) {
+namespace {
+
+// A call that has found the file handle but not yet its session does not stay: the session is closed to it.
+void WithdrawFile(uint32_t file) {
+    StatusRecord busy{};
+    while (!RunCatching(busy, [file] {
+        theLibrary.Files.BeginClose(file);
+        return true;
+    })) {
+        thePlatform.Threads->Yield();
+    }
+}
+
+}  // namespace
+
+void CloseSession(uint32_t handle) {
+    FirstFailure failure;
     HandleTable& table = theLibrary.Sessions;
     auto* session = table.PayloadOf<SessionRecord>(handle);
     EndCallerGroupLock(*session);
     while (!session->Files.IsEmpty()) {
         const uint32_t file = session->Files.Head();
+        WithdrawFile(file);
         FileCall call(*session, file, *theLibrary.Files.PayloadOf<FileHandle>(file));
-        CloseHandle(call, failure);
+        failure.Run([&] { CloseHandle(call); });
     }
     theLibrary.SessionList.Remove<&SessionRecord::Links>(table, handle);
     table.Free<SessionRecord>(handle);
     theProcessCounters.Leave(Counter::ActiveSessions);
     theProcessCounters.Increment(Counter::RemoveSessions);
+    failure.RaiseIfAny();
 }
 
 }  // namespace qx
@@ -109,9 +128,7 @@ int32_t QXCloseSession(uint32_t session, StatusRecord* status) {
         const ClaimHold api(theLibrary.ApiMutex);
         entry.BeginClose();
         entry.Count(Counter::CloseSessions);
-        FirstFailure failure;
-        CloseSession(session, failure);
-        failure.RaiseIfAny();
+        CloseSession(session);
         return true;
     });
 }
@@ -120,11 +137,9 @@ int32_t QXFlush(uint32_t session, StatusRecord* status) {
     using namespace qx;
     return ExportedCall(status, [&](StatusRecord&) {
         SessionEntry entry(session);
-        const ClaimHold api(theLibrary.ApiMutex);
         entry.Count(Counter::Flushes);
-        FirstFailure failure;
-        FlushSession(*entry.Session, failure);
-        failure.RaiseIfAny();
+        const ClaimHold api(theLibrary.ApiMutex);
+        FlushSession(*entry.Session);
         return true;
     });
 }

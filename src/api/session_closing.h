@@ -3,12 +3,10 @@
 
 #include <cstdint>
 
-#include "runtime/status.h"
-
 namespace qx {
 
-// Closes the session's files and then the session, whatever fails; the first failure is kept in `failure`. Under the
+// Closes the session's files and then the session, whatever fails; the first failure is raised in the end. Under the
 // API mutex, or with no call inside the library; no call is inside the session.
-void CloseSession(uint32_t session, FirstFailure& failure);
+void CloseSession(uint32_t session);
 
 }  // namespace qx

@@ -33,12 +33,12 @@ FileResult RetryWithoutIdleFiles(Operation&& operation) {
 
 template <class Open>
 FileResult OpenEntry(CachedFile& entry, Open&& open) {
-    const FileResult result = RetryWithoutIdleFiles(open);
+    OsHandle handle = kNoOsHandle;
+    const FileResult result = RetryWithoutIdleFiles([&] { return open(&handle); });
     if (result == FileResult::Done) {
         theProcessCounters.Enter(Counter::ActiveFileHandles, Counter::PeakActiveFileHandles);
-    } else {
-        entry.Handle = kNoOsHandle;
     }
+    entry.Handle = result == FileResult::Done ? handle : kNoOsHandle;
     return result;
 }
 
@@ -49,11 +49,11 @@ FileResult CacheFileExists(std::string_view name) {
 }
 
 FileResult CacheCreateFile(std::string_view name, Sharing sharing, CachedFile& entry) {
-    return OpenEntry(entry, [&] { return OsCreateFile(name, sharing, &entry.Handle); });
+    return OpenEntry(entry, [&](OsHandle* handle) { return OsCreateFile(name, sharing, handle); });
 }
 
 FileResult CacheOpenFile(std::string_view name, Access access, Sharing sharing, CachedFile& entry) {
-    return OpenEntry(entry, [&] { return OsOpenFile(name, access, sharing, &entry.Handle); });
+    return OpenEntry(entry, [&](OsHandle* handle) { return OsOpenFile(name, access, sharing, handle); });
 }
 
 FileResult CacheClaimForDelete(std::string_view name, OsHandle* claim) {

@@ -2,6 +2,7 @@
 // which are closed when the process runs out of handles.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <string_view>
 
@@ -16,7 +17,7 @@ struct CachedFile {
     ClaimMutex Mutex;  // attaching, detaching and closing
     CachedFile* IdlePrevious = nullptr;
     CachedFile* IdleNext = nullptr;
-    OsHandle Handle = kNoOsHandle;
+    std::atomic<OsHandle> Handle{kNoOsHandle};  // changed under the mutex
 
     bool IsOpen() const { return Handle != kNoOsHandle; }
 };

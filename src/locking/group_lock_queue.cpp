@@ -4,18 +4,45 @@
 
 namespace qx {
 
+namespace {
+
+bool Overlap(const GroupLockRequest& a, const GroupLockRequest& b) {
+    return a.Group <= b.LastGroup && b.Group <= a.LastGroup;
+}
+
+}  // namespace
+
 bool GroupLockQueue::Lock(GroupLockRequest& request, uint32_t group, bool exclusive, const CounterLevels& levels) {
     levels.CountWork(Counter::GroupLocks);
     request.Group = group;
+    request.LastGroup = group;
     request.Exclusive = exclusive;
-    request.Granted = false;
-    lock_.Acquire();
-    bool conflict = false;
-    GroupLockRequest** end = &head_;
-    for (; *end != nullptr; end = &(*end)->Next) {
-        conflict = conflict || ((*end)->Group == group && (exclusive || (*end)->Exclusive));
+    return Enqueue(request, levels);
+}
+
+bool GroupLockQueue::LockRow(GroupLockRequest& request, uint32_t first, uint32_t last, const CounterLevels& levels) {
+    request.Group = first;
+    request.LastGroup = last;
+    request.Exclusive = true;
+    return Enqueue(request, levels);
+}
+
+// Whether one of the requests before it, or of all if it is not queued yet, conflicts with the request.
+bool GroupLockQueue::MustWait(const GroupLockRequest& request) const {
+    for (const GroupLockRequest* at = head_; at != nullptr && at != &request; at = at->Next) {
+        if ((request.Exclusive || at->Exclusive) && Overlap(request, *at)) {
+            return true;
+        }
     }
-    if (conflict) {
+    return false;
+}
+
+bool GroupLockQueue::Enqueue(GroupLockRequest& request, const CounterLevels& levels) {
+    request.Granted = false;
+    request.Next = nullptr;
+    lock_.Acquire();
+    const bool wait = MustWait(request);
+    if (wait) {
         const std::optional<EventIndex> event = theWaitEvents.Take();
         if (!event) {
             lock_.Release();
@@ -24,11 +51,14 @@ bool GroupLockQueue::Lock(GroupLockRequest& request, uint32_t group, bool exclus
         }
         request.Event = *event;
     }
-    request.Next = nullptr;
-    request.Granted = !conflict;
+    request.Granted = !wait;
+    GroupLockRequest** end = &head_;
+    while (*end != nullptr) {
+        end = &(*end)->Next;
+    }
     *end = &request;
     lock_.Release();
-    if (conflict) {
+    if (wait) {
         levels.CountWork(Counter::GroupLockSuspends);
         theWaitEvents.Wait(request.Event);
     }
@@ -36,37 +66,26 @@ bool GroupLockQueue::Lock(GroupLockRequest& request, uint32_t group, bool exclus
 }
 
 void GroupLockQueue::Unlock(GroupLockRequest& request, const CounterLevels& levels) {
-    levels.CountWork(Counter::GroupUnlocks);
+    if (request.Group == request.LastGroup) {
+        levels.CountWork(Counter::GroupUnlocks);
+    }
     const SpinHold hold(lock_);
-    bool earlier = false;
     GroupLockRequest** link = &head_;
-    for (; *link != &request; link = &(*link)->Next) {
-        earlier = earlier || (*link)->Group == request.Group;
+    while (*link != &request) {
+        link = &(*link)->Next;
     }
     *link = request.Next;
     request.Granted = false;
-    if (!earlier) {
-        WakeSuccessors(request, levels);
-    }
+    WakeSuccessors(request, levels);
 }
 
-// Only requests that have become the first of their group are woken: after an exclusive lock the next exclusive request
-// or the run of shared ones before it, after a shared lock the next exclusive one.
+// The next exclusive request of the group, or the run of shared ones before it, once nothing stands before them.
 void GroupLockQueue::WakeSuccessors(const GroupLockRequest& removed, const CounterLevels& levels) {
-    bool woken = false;
     for (GroupLockRequest* next = removed.Next; next != nullptr; next = next->Next) {
-        if (next->Group != removed.Group) {
-            continue;
-        }
-        if (next->Exclusive ? woken : !removed.Exclusive) {
-            return;
-        }
-        levels.CountWork(Counter::GroupUnlockResumes);
-        next->Granted = true;
-        woken = true;
-        theWaitEvents.Signal(next->Event);
-        if (next->Exclusive) {
-            return;
+        if (!next->Granted && Overlap(*next, removed) && !MustWait(*next)) {
+            levels.CountWork(Counter::GroupUnlockResumes);
+            next->Granted = true;
+            theWaitEvents.Signal(next->Event);
         }
     }
 }

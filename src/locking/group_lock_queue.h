@@ -18,6 +18,7 @@ inline constexpr uint32_t kSelectHold = 0xFFFFFFFE;          // stands for a sel
 // One request for a group lock, in the storage of whoever wants it.
 struct GroupLockRequest {
     uint32_t Group = 0;
+    uint32_t LastGroup = 0;  // the same group, unless the request is for a row of groups
     bool Exclusive = false;
     bool Granted = false;
     EventIndex Event = 0;  // while the request waits
@@ -32,11 +33,17 @@ class GroupLockQueue {
     // be had (1015).
     bool Lock(GroupLockRequest& request, uint32_t group, bool exclusive, const CounterLevels& levels);
 
+    // The same for every group from `first` to `last` at once, exclusively; the caller counts the locks. Nobody who
+    // holds a group in the row may ask for one in it, or for one that the caller holds.
+    bool LockRow(GroupLockRequest& request, uint32_t first, uint32_t last, const CounterLevels& levels);
+
     void Unlock(GroupLockRequest& request, const CounterLevels& levels);
 
     bool IsEmpty();
 
   private:
+    bool Enqueue(GroupLockRequest& request, const CounterLevels& levels);
+    bool MustWait(const GroupLockRequest& request) const;
     void WakeSuccessors(const GroupLockRequest& removed, const CounterLevels& levels);
 
     SpinLock lock_;

@@ -4,6 +4,8 @@
 #include <string>
 #include <string_view>
 
+#include "platform/system_error.h"
+
 namespace qx {
 
 class DirectoryService {
@@ -14,9 +16,9 @@ class DirectoryService {
     virtual bool CurrentDirectory(std::string* path) = 0;
 
     // Looks `stem` + `extension` up in a directory: first as it is spelled, then without regard to the case of ASCII
-    // letters in the stem. True with the stored stem when there is exactly one answer.
-    virtual bool FindEntry(const std::string& directory, std::string_view stem, std::string_view extension,
-                           std::string* storedStem) = 0;
+    // letters in the stem. None with the stored stem when there is exactly one answer, NotFound or NoHandles.
+    virtual SystemError FindEntry(const std::string& directory, std::string_view stem, std::string_view extension,
+                                  std::string* storedStem) = 0;
 
     // Where a symbolic link to a directory leads, as an absolute path without links; false when `path` is no such link.
     virtual bool ResolveDirectoryLink(const std::string& path, std::string* target) = 0;

@@ -28,16 +28,20 @@ std::string_view BufferAccess::Get(uint32_t buffer) const {
 }
 
 // So has one whose buffer is too small.
-std::span<uint8_t> BufferAccess::Extend(uint32_t buffer, uint32_t length) const {
-    const std::span<uint8_t> bytes = Call(kExtend, buffer, length);
+std::span<uint8_t> BufferAccess::CallForRoom(uint32_t operation, uint32_t buffer, uint32_t length) const {
+    const std::span<uint8_t> bytes = Call(operation, buffer, length);
     if (bytes.size() < length) {
         Raise(Code::BufferRefused);
     }
     return bytes;
 }
 
+std::span<uint8_t> BufferAccess::Extend(uint32_t buffer, uint32_t length) const {
+    return CallForRoom(kExtend, buffer, length);
+}
+
 std::span<uint8_t> BufferAccess::Allocate(uint32_t buffer, uint32_t length) const {
-    return {Call(kAllocate, buffer, length).data(), length};
+    return CallForRoom(kAllocate, buffer, length).first(length);
 }
 
 }  // namespace qx

@@ -27,6 +27,7 @@ class BufferAccess {
 
   private:
     std::span<uint8_t> Call(uint32_t operation, uint32_t buffer, uint32_t length) const;
+    std::span<uint8_t> CallForRoom(uint32_t operation, uint32_t buffer, uint32_t length) const;
 
     BufferCallback callback_ = nullptr;
 };

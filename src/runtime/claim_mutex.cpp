@@ -2,6 +2,7 @@
 
 #include <optional>
 
+#include "platform/platform.h"
 #include "runtime/counters.h"
 #include "runtime/status.h"
 
@@ -72,6 +73,12 @@ void ClaimHold::Release() {
     if (mutex_ != nullptr) {
         mutex_->Release(node_);
         mutex_ = nullptr;
+    }
+}
+
+PatientClaimHold::PatientClaimHold(ClaimMutex& mutex) : mutex_(mutex) {
+    while (!mutex.Claim(node_)) {
+        thePlatform.Threads->Sleep(1);
     }
 }
 

@@ -57,6 +57,19 @@ class ClaimHold {
     ClaimMutex::Node node_;
 };
 
+// The same for a mutex in a record that is about to go away: without a wait event it tries again until it owns it.
+class PatientClaimHold {
+  public:
+    explicit PatientClaimHold(ClaimMutex& mutex);
+    ~PatientClaimHold() { mutex_.Release(node_); }
+    PatientClaimHold(const PatientClaimHold&) = delete;
+    PatientClaimHold& operator=(const PatientClaimHold&) = delete;
+
+  private:
+    ClaimMutex& mutex_;
+    ClaimMutex::Node node_;
+};
+
 // Owns a mutex if that was possible: without waiting (Try), or without an event to wait on being a failure (Claim).
 class OptionalClaimHold {
   public:

@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "runtime/buffer_access.h"
+#include "runtime/claim_mutex.h"
 #include "runtime/counters.h"
 #include "runtime/handle_list.h"
 
@@ -21,6 +22,7 @@ struct SessionRecord {
     uint32_t IdentifierLength = 0;
     char Identifier[16] = {};
     VolumeUse* VolumeUses = nullptr;       // one for each volume that the session uses
+    ClaimMutex GroupLockMutex;             // taking and giving up the group below
     CallerGroupLock* GroupLock = nullptr;  // the group that the session holds for its application
     HandleList Files;                      // its open file handles
     CounterSet Counters;

@@ -7,6 +7,8 @@
 #include <qx.h>
 #include <utility>
 
+#include "runtime/counters.h"
+
 namespace qx {
 
 enum class Code : uint32_t {
@@ -104,7 +106,10 @@ bool RunCatching(StatusRecord& status, Body&& body) noexcept {
     } catch (const Failure& failure) {
         status = failure.Status;
     } catch (const std::bad_alloc&) {
+        theProcessCounters.Increment(Counter::AllocateFileDataErrors);
         status = MakeStatus(Code::NoMemory);
+    } catch (...) {
+        status = MakeStatus(Code::BufferRefused);  // only the application's callback throws anything else
     }
     return false;
 }

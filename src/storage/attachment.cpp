@@ -32,6 +32,10 @@ void LoadHeader(OpenFile& file) {
     uint8_t bytes[kLongestFileHeader];
     const OsHandle handle = file.PrimaryPart.Cached.Handle;
     if (OsRead(handle, 1, 0, bytes, sizeof bytes) != FileResult::Done) {
+        CounterLevels levels;
+        levels.Volume = &file.Volume.Counters;
+        levels.File = &file.Counters;
+        levels.CountWork(Counter::ReadErrors);
         Raise(Code::ReadFailed, Number(WhichFile::Primary));
     }
     if (!IsFileHeaderLength(bytes[0])) {
@@ -184,10 +188,7 @@ void FlushFile(OpenFile& file) {
 void CloseParts(OpenFile& file) {
     for (const WhichFile which : {WhichFile::Primary, WhichFile::Overflow}) {
         FilePart& part = file.Part(which);
-        const OptionalClaimHold hold = OptionalClaimHold::Claim(part.Cached.Mutex);
-        if (!hold) {
-            continue;
-        }
+        const PatientClaimHold hold(part.Cached.Mutex);
         if (which == WhichFile::Primary) {
             file.Group0HeaderSize = 0;
         }

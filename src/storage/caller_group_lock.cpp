@@ -70,8 +70,9 @@ void StoreCounts(FileCall& call, FirstFailure& failure) {
     });
 }
 
-// For a select hold the primary file is given up before the overflow file is looked at: a call may be using it by then.
-void CloseIdle(FilePart& part) {
+// A flush may be using the overflow file, and for a select hold the primary file is given up before the overflow file
+// is looked at: a call may be using it by then.
+void CloseUnused(FilePart& part) {
     if (part.InUse != 0) {
         return;
     }
@@ -107,7 +108,7 @@ void Quiesce(FileCall& call, PrimaryClaim& claim) {
 
 void CloseOverflow(OpenFile& file) {
     const ClaimHold hold(file.OverflowPart.Cached.Mutex);
-    CloseIdle(file.OverflowPart);
+    CloseUnused(file.OverflowPart);
 }
 
 CallerGroupLock& RecordOf(SessionRecord& session) {
@@ -117,16 +118,32 @@ CallerGroupLock& RecordOf(SessionRecord& session) {
     return *session.GroupLock;
 }
 
+// The caller owns the session's group lock mutex.
+void ReleaseHeldGroup(SessionRecord& session) {
+    CallerGroupLock* lock = session.GroupLock;
+    if (lock == nullptr || !lock->Held) {
+        return;
+    }
+    lock->Held = false;
+    FileHandle& handle = *theLibrary.Files.PayloadOf<FileHandle>(lock->File);
+    const FileCall call(session, lock->File, handle);
+    call.File->GroupLocks.Unlock(lock->Request, call.Levels);
+    call.File->Group0HeaderSize = 0;
+    ReleasePrimary(*call.File, lock->PrimaryClaim);
+}
+
 }  // namespace
 
 void LockGroupForCaller(FileCall& call, uint32_t group, bool exclusive) {
-    ReleaseCallerGroupLock(*call.Session);
+    const ClaimHold mutex(call.Session->GroupLockMutex);
+    ReleaseHeldGroup(*call.Session);
     CallerGroupLock& lock = RecordOf(*call.Session);
     OpenFile& file = *call.File;
     PrimaryClaim claim(file, lock.PrimaryClaim);
     Quiesce(call, claim);
-    CloseIdle(file.PrimaryPart);
+    CloseUnused(file.PrimaryPart);
     CloseOverflow(file);
+    const OperationContext context(file, call.Levels);
     if (!file.GroupLocks.Lock(lock.Request, group, exclusive, call.Levels)) {
         Raise(Code::NoMemory);
     }
@@ -140,33 +157,28 @@ void TakeSelectHoldForCaller(FileCall& call) {
         ClaimMutex::Node node;
         PrimaryClaim claim(*call.File, node);
         Quiesce(call, claim);
-        CloseIdle(call.File->PrimaryPart);
+        CloseUnused(call.File->PrimaryPart);
     }
     CloseOverflow(*call.File);
     TakeSelectHold(call);
 }
 
 void ReleaseCallerGroupLock(SessionRecord& session) {
-    CallerGroupLock* lock = session.GroupLock;
-    if (lock == nullptr || !lock->Held) {
-        return;
-    }
-    lock->Held = false;
-    FileHandle& handle = *theLibrary.Files.PayloadOf<FileHandle>(lock->File);
-    const FileCall call(session, lock->File, handle);
-    call.File->GroupLocks.Unlock(lock->Request, call.Levels);
-    call.File->Group0HeaderSize = 0;
-    ReleasePrimary(*call.File, lock->PrimaryClaim);
+    const ClaimHold mutex(session.GroupLockMutex);
+    ReleaseHeldGroup(session);
 }
 
+// A call that is taking a group for the session has given up the one before. It may wait for long, and is not waited
+// for: whoever closes a file keeps everybody else from opening and closing files.
 void ReleaseCallerGroupLockOf(SessionRecord& session, uint32_t fileHandle) {
-    if (session.GroupLock != nullptr && session.GroupLock->File == fileHandle) {
-        ReleaseCallerGroupLock(session);
+    const OptionalClaimHold mutex = OptionalClaimHold::Try(session.GroupLockMutex);
+    if (mutex && session.GroupLock != nullptr && session.GroupLock->File == fileHandle) {
+        ReleaseHeldGroup(session);
     }
 }
 
 void EndCallerGroupLock(SessionRecord& session) {
-    ReleaseCallerGroupLock(session);
+    ReleaseHeldGroup(session);
     if (session.GroupLock != nullptr) {
         theRecordHeap.End(session.GroupLock);
         session.GroupLock = nullptr;

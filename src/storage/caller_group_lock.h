@@ -22,7 +22,7 @@ void ReleaseCallerGroupLock(SessionRecord& session);
 // The same if it was taken through this file handle.
 void ReleaseCallerGroupLockOf(SessionRecord& session, uint32_t fileHandle);
 
-// Ends the session's record of it; the session is being closed.
+// Ends the session's record of it; the session is being closed and no call is inside it.
 void EndCallerGroupLock(SessionRecord& session);
 
 }  // namespace qx

@@ -62,22 +62,30 @@ void ShrinkToOneGroup(OperationContext& context, uint8_t* frame) {
 }
 
 // A header that claims more groups than the file has frames would make the file grow without end.
+void CheckLength(OperationContext& context) {
+    uint32_t frames = 0;
+    if (!OsGetSize(context.HandleOf(WhichFile::Primary), context.File.FrameSize, &frames)) {
+        context.Levels.CountWork(Counter::ReadErrors);
+        Raise(Code::ReadFailed, Number(WhichFile::Primary), 1);
+    }
+    if (frames < context.File.Modulo) {
+        Raise(Code::BadFrameHeader, Number(WhichFile::Primary), 1);
+    }
+}
+
 void EmptyEveryGroup(OperationContext& context, uint8_t* frame) {
     OpenFile& file = context.File;
     const uint32_t modulo = file.Modulo;
-    uint32_t frames = 0;
-    if (!OsGetSize(context.HandleOf(WhichFile::Primary), file.FrameSize, &frames) || frames < modulo) {
-        Raise(Code::BadFrameHeader, Number(WhichFile::Primary), 1);
-    }
     file.Counts.Reset(EmptyAlpha(file.Group0HeaderSize, modulo));
     WriteFrame(context, WhichFile::Primary, 0, file.FrameSize, frame);
     TurnIntoEmptyGroup(context.FillCharacter(), frame);
     for (uint32_t group = 1; group < modulo; ++group) {
-        context.GroupLock.Lock(group, true);
+        context.Levels.CountWork(Counter::GroupLocks);
         context.Output.Place.Group = group;
         WriteFrame(context, WhichFile::Primary, group, file.FrameSize, frame);
-        context.GroupLock.Release();
+        context.Levels.CountWork(Counter::GroupUnlocks);
     }
+    context.Output.Place.Group = 0;
     if (context.Settings().FlushAllUpdates) {
         FlushIfModified(context, WhichFile::Primary);
     }
@@ -91,6 +99,7 @@ void EmptyOverflow(OperationContext& context) {
         return true;
     });
     if (attached) {
+        context.AllocationLock.Lock(kOverflowAllocation, true);
         SetFileFrames(context, WhichFile::Overflow, 0);
         if (context.Settings().FlushAllUpdates || context.Settings().FlushFileSizeUpdates) {
             FlushIfModified(context, WhichFile::Overflow);
@@ -109,7 +118,12 @@ void ClearHashedFile(FileCall& call) {
     OperationContext context(file, call.Levels);
     const ClearHold hold(context);
     ReadHeader(context, HeaderAccess::Exclusive);
+    // A group that was empty already could be written to again, into frames that are about to be cut off.
+    context.GroupLock.LockAllButHeader();
     const bool shrink = file.SizeLock == 0 && hold.IsExclusive();
+    if (!shrink) {
+        CheckLength(context);
+    }
     const uint32_t modulo = shrink ? 1 : file.Modulo.load();
     uint8_t* frame = context.Output.Place.Buffer;
     MakeEmptyHeaderGroup(EmptyHeader(file, modulo), context.FillCharacter(), frame);

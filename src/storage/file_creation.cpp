@@ -36,7 +36,8 @@ class NewFile {
     ~NewFile() {
         Close();
         if (!kept_) {
-            CacheDeleteFile(path_);
+            StatusRecord ignored{};
+            RunCatching(ignored, [this] { return CacheDeleteFile(path_) == FileResult::Done; });
         }
     }
 
@@ -89,6 +90,9 @@ void CreateHashedFile(OpenFile& file, const FileHeader& header, const CounterLev
     }
     if (settings.ReadOnly) {
         Raise(Code::ReadOnly, 1);
+    }
+    if (!HasHighParts(header.HeaderLength) && header.FrameSize > kLargestFrame110) {
+        Raise(Code::CreateFailed, Number(WhichFile::Primary));
     }
     // A primary file that has appeared meanwhile keeps its overflow file.
     NewFile primary(file, WhichFile::Primary);

@@ -87,10 +87,11 @@ uint32_t OpenHandle(ResolvedFile& resolved, uint32_t sessionHandle, const OpenOp
     return handle;
 }
 
-void CloseHandle(FileCall& call, FirstFailure& failure) {
+void CloseHandle(FileCall& call) {
     HandleTable& table = theLibrary.Files;
     OpenFile& file = *call.File;
     VolumeUse& use = *call.Handle->Use;
+    FirstFailure failure;
     ReleaseAllSelectHolds(call);
     failure.Run([&] { WriteCountsBack(call); });
     call.Session->Files.Remove<&FileHandle::SessionLinks>(table, call.HandleNumber);
@@ -106,14 +107,17 @@ void CloseHandle(FileCall& call, FirstFailure& failure) {
         ForgetOpenFile(file);
     }
     LeaveVolume(*call.Session, use);
+    failure.RaiseIfAny();
 }
 
-void FlushSession(SessionRecord& session, FirstFailure& failure) {
+void FlushSession(SessionRecord& session) {
+    FirstFailure failure;
     HandleTable& table = theLibrary.Files;
     for (uint32_t handle = session.Files.Head(); handle != kNoHandle;
          handle = HandleList::Next<&FileHandle::SessionLinks>(table, handle)) {
         failure.Run([&] { FlushFile(*table.PayloadOf<FileHandle>(handle)->File); });
     }
+    failure.RaiseIfAny();
 }
 
 }  // namespace qx

@@ -13,10 +13,10 @@ namespace qx {
 uint32_t OpenHandle(ResolvedFile& resolved, uint32_t sessionHandle, const OpenOptions& options);
 
 // Closes a handle that has been withdrawn from use and with the last one the file. Everything is released whatever
-// fails; the first failure is kept in `failure`.
-void CloseHandle(FileCall& call, FirstFailure& failure);
+// fails; the first failure is raised in the end.
+void CloseHandle(FileCall& call);
 
-// Flushes every file of the session that was written to.
-void FlushSession(SessionRecord& session, FirstFailure& failure);
+// Flushes every file of the session that was written to, and raises the first failure in the end.
+void FlushSession(SessionRecord& session);
 
 }  // namespace qx

@@ -71,17 +71,35 @@ bool ReadFrame(OperationContext& context, WhichFile file, uint32_t frame, uint32
     return true;
 }
 
-void WriteFrame(OperationContext& context, WhichFile file, uint32_t frame, uint32_t length, uint8_t* buffer) {
+FileResult StoreFrame(OperationContext& context, WhichFile file, uint32_t frame, uint32_t length, uint8_t* buffer) {
     context.Levels.CountWork(Counter::WriteFrames);
-    if (!MayBeWritten(context, file, frame, buffer[0])) {
-        FailWrite(context, Code::BadFrameToWrite, file);
-    }
+    OpenFile& open = context.File;
     const bool isHeaderFrame = file == WhichFile::Primary && frame == 0;
     RunningCounts::Values values{};
     if (isHeaderFrame) {
         values = PutRunningValues(context, buffer);
     }
-    const FileResult result = OsWrite(context.HandleOf(file), context.File.FrameSize, frame, 0, buffer, length);
+    const FileResult result = OsWrite(context.HandleOf(file), open.FrameSize, frame, 0, buffer, length);
+    if (result != FileResult::Done) {
+        return result;
+    }
+    open.Part(file).Written = true;
+    if (file == WhichFile::Overflow && frame >= open.OverflowFramesSeen.load(std::memory_order_relaxed)) {
+        open.OverflowFramesSeen.store(frame + 1, std::memory_order_relaxed);
+    }
+    if (isHeaderFrame) {
+        open.Counts.MarkStored(values, buffer[0]);
+        std::memmove(context.HeaderImage, buffer, buffer[0]);
+    }
+    return result;
+}
+
+void WriteFrame(OperationContext& context, WhichFile file, uint32_t frame, uint32_t length, uint8_t* buffer) {
+    if (!MayBeWritten(context, file, frame, buffer[0])) {
+        context.Levels.CountWork(Counter::WriteFrames);
+        FailWrite(context, Code::BadFrameToWrite, file);
+    }
+    const FileResult result = StoreFrame(context, file, frame, length, buffer);
     if (result != FileResult::Done) {
         const bool full = result == FileResult::Exhausted;
         if (full) {
@@ -89,14 +107,6 @@ void WriteFrame(OperationContext& context, WhichFile file, uint32_t frame, uint3
         }
         context.Levels.CountWork(Counter::WriteErrors);
         FailWrite(context, full ? Code::VolumeFull : Code::WriteFailed, file);
-    }
-    context.File.Part(file).Written = true;
-    if (file == WhichFile::Overflow && frame >= context.File.OverflowFramesSeen.load(std::memory_order_relaxed)) {
-        context.File.OverflowFramesSeen.store(frame + 1, std::memory_order_relaxed);
-    }
-    if (isHeaderFrame) {
-        context.File.Counts.MarkStored(values, buffer[0]);
-        std::memcpy(context.HeaderImage, buffer, buffer[0]);
     }
 }
 

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 
+#include "files/os_file.h"
 #include "runtime/status.h"
 
 namespace qx {
@@ -19,6 +20,10 @@ bool ReadFrame(OperationContext& context, WhichFile file, uint32_t frame, uint32
 // Writes the first `length` bytes of a frame. Into primary frame 0 it first puts the running values of the header.
 // Raises 103, 104, 1004, with the output group in detail 2.
 void WriteFrame(OperationContext& context, WhichFile file, uint32_t frame, uint32_t length, uint8_t* buffer);
+
+// The write itself, without checks and counts of failures; what has been written is noted. For the frame that cuts a
+// group after a failure, whose own failure can no longer be helped.
+FileResult StoreFrame(OperationContext& context, WhichFile file, uint32_t frame, uint32_t length, uint8_t* buffer);
 
 // Gives a file the length of `frames` frames. Raises 104.
 void SetFileFrames(OperationContext& context, WhichFile file, uint32_t frames);

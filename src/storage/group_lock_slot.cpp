@@ -10,6 +10,12 @@ void GroupLockSlot::Lock(uint32_t group, bool exclusive) {
     }
 }
 
+void GroupLockSlot::LockAllButHeader() {
+    if (!file_.GroupLocks.LockRow(request_, kHeaderGroup + 1, kOverflowAllocation - 1, levels_)) {
+        Raise(Code::NoMemory);
+    }
+}
+
 void GroupLockSlot::Release() {
     if (request_.Granted) {
         file_.GroupLocks.Unlock(request_, levels_);

@@ -19,6 +19,8 @@ class GroupLockSlot {
     // The slot is empty. Waits for threads of this process without time limit; raises 1015 when it would have to wait
     // and no wait event can be had.
     void Lock(uint32_t group, bool exclusive);
+    // Every group but group 0, exclusively; the caller holds group 0 exclusively.
+    void LockAllButHeader();
     // Does nothing to an empty slot.
     void Release();
 

@@ -136,6 +136,9 @@ void OutputStream::Finish() {
     SetSkipLink(Place.Buffer, 0);
     std::memset(Place.Buffer + Place.Position, context_.FillCharacter(), frameSize_ - Place.Position);
     WriteGroupFrame(Place);
+    if (old != 0) {
+        CallRecordSafe();  // the group is complete, and what is left of its chain says that it took no new frame
+    }
     while (old != 0) {
         context_.AttachOverflow(OverflowAttachment::Missing::Fail);
         CountStep();
@@ -176,10 +179,7 @@ void OutputStream::SealAfterFailure() {
         SetForwardLink(image, 0);
         SetSkipLink(image, 0);
         image[recordStart_.Position] = kEndOfGroup;
-        context_.Levels.CountWork(Counter::WriteFrames);
-        OsWrite(context_.HandleOf(recordStart_.File), frameSize_, recordStart_.Frame, 0, image,
-                recordStart_.Position + 1);
-        context_.File.Part(recordStart_.File).Written = true;
+        StoreFrame(context_, recordStart_.File, recordStart_.Frame, recordStart_.Position + 1, image);
     }
 }
 

@@ -12,10 +12,13 @@ void TakeSelectHold(FileCall& call) {
 }
 
 void ReleaseSelectHold(FileCall& call) {
-    call.Levels.CountWork(Counter::SelectUnlocks);
     OpenFile& file = *call.File;
     const OptionalClaimHold hold = OptionalClaimHold::Claim(file.StructureMutex);
-    if (!hold || call.Handle->SelectCount == 0 || --call.Handle->SelectCount > 0 || --file.SelectCount > 0) {
+    if (hold && call.Handle->SelectCount == 0) {
+        return;
+    }
+    call.Levels.CountWork(Counter::SelectUnlocks);
+    if (!hold || --call.Handle->SelectCount > 0 || --file.SelectCount > 0) {
         return;
     }
     if (file.SizeLock <= 1) {

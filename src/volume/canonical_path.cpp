@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <vector>
 
+#include "files/file_cache.h"
 #include "platform/platform.h"
 #include "runtime/library_record.h"
 #include "runtime/status.h"
@@ -61,9 +62,15 @@ class DirectoryWalk {
         NormalizeRoot();
     }
 
+    // The name as it is stored; as it is written when it is not there. Raises 1029.
     std::string Stored(std::string_view stem, std::string_view extension) const {
+        const std::string directory = path_.empty() ? "/" : path_;
         std::string stored(stem);
-        thePlatform.Directories->FindEntry(path_.empty() ? "/" : path_, stem, extension, &stored);
+        while (thePlatform.Directories->FindEntry(directory, stem, extension, &stored) == SystemError::NoHandles) {
+            if (!CloseOneIdleFile()) {
+                Raise(Code::NoFileHandle, Number(WhichFile::Primary));
+            }
+        }
         return stored;
     }
 

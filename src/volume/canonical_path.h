@@ -26,7 +26,7 @@ struct CanonicalPath {
 
 // Nothing when the name leads to no path, volume and file. A component keeps the case that it has on disk; one that
 // does not exist keeps the case that it is written in. A name that begins with two separators names its server first.
-// Raises 1005 when such a name has no server part.
+// Raises 1005 when such a name has no server part, 1029 when there is no file handle left to look it up with.
 std::optional<CanonicalPath> MakeCanonicalPath(std::string_view name);
 
 }  // namespace qx

@@ -18,7 +18,7 @@ class DirectoryService : public testing::Test {
     // The stored stem, "" for no answer.
     std::string Find(std::string_view stem, std::string_view extension = ".LK") const {
         std::string stored = "?";
-        const bool found = Directories().FindEntry(root_, stem, extension, &stored);
+        const bool found = Directories().FindEntry(root_, stem, extension, &stored) == qx::SystemError::None;
         EXPECT_TRUE(found || stored == "?") << "without an answer nothing is stored";
         return found ? stored : "";
     }
@@ -51,8 +51,8 @@ TEST_F(DirectoryService, EntriesAreFoundAsSpelledOrInAnyCaseWhenThatIsClear) {
     EXPECT_EQ(Find("[ne"), "") << "no character but a letter has one";
     EXPECT_EQ(Find(""), "");
     std::string stored;
-    EXPECT_FALSE(Directories().FindEntry(root_ + "/no", "Cust", ".LK", &stored));
-    EXPECT_FALSE(Directories().FindEntry(root_ + "/Cust.LK", "Cust", ".LK", &stored));
+    EXPECT_EQ(Directories().FindEntry(root_ + "/no", "Cust", ".LK", &stored), qx::SystemError::NotFound);
+    EXPECT_EQ(Directories().FindEntry(root_ + "/Cust.LK", "Cust", ".LK", &stored), qx::SystemError::NotFound);
 }
 
 TEST_F(DirectoryService, LinksToDirectoriesAreFollowedToTheirEnd) {

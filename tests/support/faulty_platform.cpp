@@ -247,7 +247,7 @@ class FaultyDirectories final : public qx::DirectoryService {
     bool CurrentDirectory(std::string* path) override {
         return owner_.Ask(Call::CurrentDirectory) == SystemError::None && Real().CurrentDirectory(path);
     }
-    bool FindEntry(const std::string& directory, std::string_view stem, std::string_view extension,
+    SystemError FindEntry(const std::string& directory, std::string_view stem, std::string_view extension,
                    std::string* storedStem) override {
         return Real().FindEntry(directory, stem, extension, storedStem);
     }

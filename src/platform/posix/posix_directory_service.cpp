@@ -1,5 +1,6 @@
 #include "platform/posix/posix_directory_service.h"
 
+#include <cerrno>
 #include <climits>
 #include <dirent.h>
 #include <memory>
@@ -46,8 +47,8 @@ bool PosixDirectoryService::CurrentDirectory(std::string* path) {
     return RealPath(".", path);
 }
 
-bool PosixDirectoryService::FindEntry(const std::string& directory, std::string_view stem, std::string_view extension,
-                                      std::string* storedStem) {
+SystemError PosixDirectoryService::FindEntry(const std::string& directory, std::string_view stem,
+                                             std::string_view extension, std::string* storedStem) {
     std::string path = directory;
     path += '/';
     path += stem;
@@ -55,11 +56,11 @@ bool PosixDirectoryService::FindEntry(const std::string& directory, std::string_
     struct stat status {};
     if (::lstat(path.c_str(), &status) == 0) {
         *storedStem = stem;
-        return true;
+        return SystemError::None;
     }
     const std::unique_ptr<DIR, CloseDirectory> listing(::opendir(directory.c_str()));
     if (listing == nullptr) {
-        return false;
+        return errno == EMFILE || errno == ENFILE ? SystemError::NoHandles : SystemError::NotFound;
     }
     std::string match;
     int matches = 0;
@@ -75,10 +76,10 @@ bool PosixDirectoryService::FindEntry(const std::string& directory, std::string_
         }
     }
     if (matches != 1) {
-        return false;
+        return SystemError::NotFound;
     }
     *storedStem = match;
-    return true;
+    return SystemError::None;
 }
 
 bool PosixDirectoryService::ResolveDirectoryLink(const std::string& path, std::string* target) {

@@ -19,6 +19,9 @@ constexpr uint64_t kPositionMask = 0x7FFFFFFFFFFFFFFF;
 // One transfer stays below the limit of the system calls, whatever it is asked for.
 constexpr size_t kLargestTransfer = size_t{1} << 30;
 
+// How often a file is opened anew because it was removed in the same moment.
+constexpr int kOpenAttempts = 16;
+
 SystemError FromErrno(int error) {
     switch (error) {
         case 0:
@@ -122,7 +125,7 @@ SystemError PosixFileService::Create(const char* path, Sharing sharing, OsHandle
 }
 
 SystemError PosixFileService::Open(const char* path, Access access, Sharing sharing, OsHandle* handle) {
-    for (;;) {
+    for (int attempt = 0; attempt < kOpenAttempts; ++attempt) {
         const int descriptor = OpenRetried(path, (access == Access::ReadOnly ? O_RDONLY : O_RDWR) | O_NONBLOCK);
         if (descriptor < 0) {
             return FromErrno(errno);
@@ -136,6 +139,7 @@ SystemError PosixFileService::Open(const char* path, Access access, Sharing shar
             return result;
         }
     }
+    return SystemError::NotFound;
 }
 
 void PosixFileService::Close(OsHandle handle) {
