@@ -248,7 +248,7 @@ class FaultyDirectories final : public qx::DirectoryService {
         return owner_.Ask(Call::CurrentDirectory) == SystemError::None && Real().CurrentDirectory(path);
     }
     SystemError FindEntry(const std::string& directory, std::string_view stem, std::string_view extension,
-                   std::string* storedStem) override {
+                          std::string* storedStem) override {
         return Real().FindEntry(directory, stem, extension, storedStem);
     }
     bool ResolveDirectoryLink(const std::string& path, std::string* target) override {
