@@ -272,6 +272,18 @@ TEST_F(SessionCalls, ClosingTellsTheFirstFailureAndGoesOn) {
     }
 }
 
+TEST_F(SessionCalls, AFileIsFlushedOnClosingWhateverBecameOfTheOnesBefore) {
+    for (const char* name : {"A", "B"}) {
+        ASSERT_TRUE(Put(CreateAndOpen(name), "key", "data"));
+    }
+    const uint64_t flushes = Faults.Count(Call::Flush);
+    Faults.Fail(Call::Write, 1, qx::SystemError::VolumeFull);
+    EXPECT_EQ(CloseSession(0), (Status{103, 1, 1}));
+    EXPECT_EQ(Faults.Count(Call::Flush) - flushes, 1U);
+    Faults.Clear();
+    EXPECT_EQ(Opened(), 0U);
+}
+
 class ConcurrentSessionCalls : public SessionCalls {};
 
 TEST_F(ConcurrentSessionCalls, ASessionAndAFileStayOpenUnderACall) {
