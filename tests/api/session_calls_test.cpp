@@ -191,24 +191,6 @@ TEST_F(SessionCalls, AFailedOpenLeavesNoSession) {
     EXPECT_GE(nth, 3U) << "the slot, the record, and then nothing";
 }
 
-TEST_F(SessionCalls, SessionsAreCounted) {
-    const uint32_t before[] = {CountOf(Counter::OpenSessions), CountOf(Counter::CloseSessions),
-                               CountOf(Counter::AddSessions), CountOf(Counter::RemoveSessions)};
-    const uint32_t one = Opened();
-    const uint32_t two = Opened();
-    EXPECT_EQ(CountOf(Counter::ActiveSessions), 3U);
-    EXPECT_GE(CountOf(Counter::PeakActiveSessions), 3U);
-    EXPECT_EQ(CloseSession(one), kNothing);
-    EXPECT_EQ(CloseSession(one), kNotOpen);
-    EXPECT_EQ(OpenedAs("", 1), kNone);
-    EXPECT_EQ(CountOf(Counter::OpenSessions) - before[0], 3U) << "refused or not";
-    EXPECT_EQ(CountOf(Counter::CloseSessions) - before[1], 1U);
-    EXPECT_EQ(CountOf(Counter::AddSessions) - before[2], 2U);
-    EXPECT_EQ(CountOf(Counter::RemoveSessions) - before[3], 1U);
-    EXPECT_EQ(CountOf(Counter::ActiveSessions), 2U);
-    EXPECT_EQ(CloseSession(two), kNothing);
-}
-
 TEST_F(SessionCalls, NamesHaveAtMost256Bytes) {
     // Steps that lead nowhere make a name long and leave its path short.
     const auto name = [&](size_t length) {

@@ -80,24 +80,6 @@ TEST_F(WaitEventPool, WithoutResourcesThereIsNoEventAndThePoolIsAsItWas) {
 
 class ConcurrentWaitEventPool : public WaitEventPool {};
 
-TEST_F(ConcurrentWaitEventPool, SeventeenThreadsWaitAndAreWokenOneByOne) {
-    std::vector<EventIndex> events = Take(17);
-    std::atomic<int> awake{0};
-    std::vector<std::thread> threads;
-    for (const EventIndex event : events) {
-        threads.emplace_back([&awake, event] {
-            theWaitEvents.Wait(event);
-            ++awake;
-        });
-    }
-    for (size_t i = 0; i < events.size(); ++i) {
-        EXPECT_EQ(awake, static_cast<int>(i));
-        theWaitEvents.Signal(events[i]);
-        threads[i].join();
-    }
-    EXPECT_EQ(theWaitEvents.TakenCount(), 0U);
-}
-
 // The entries move while others look their events up.
 TEST_F(ConcurrentWaitEventPool, GrowsWhileEventsAreInUse) {
     std::vector<std::thread> threads;
