@@ -1,0 +1,222 @@
+// Everything that can happen to an open file besides reading and writing, while threads read and write it.
+#include <array>
+#include <functional>
+#include <gtest/gtest.h>
+
+#include "concurrent/shared_file.h"
+#include "support/test_seed.h"
+
+namespace qx_test {
+namespace {
+
+constexpr uint32_t kSelectHold = 0xFFFFFFFE;
+
+void RequireDone(int32_t result, const StatusRecord& status) {
+    if (result == 0) {
+        throw qx::Error(status);
+    }
+}
+
+void LockGroup(const OpenedFile& opened, uint32_t group, bool exclusive) {
+    StatusRecord status{};
+    RequireDone(QXLockGroup(opened.File.Handle(), group, exclusive ? 1 : 0, &status), status);
+}
+
+void UnlockGroup(const OpenedFile& opened, uint32_t group) {
+    StatusRecord status{};
+    RequireDone(QXUnlockGroup(opened.File.Handle(), group, &status), status);
+}
+
+void Rest(uint32_t microseconds) {
+    std::this_thread::sleep_for(std::chrono::microseconds(microseconds));
+}
+
+// Opens and closes sessions and handles of its own, and works through them in between.
+void OpenAndClose(Crew::Member& member, SharedFile& file, Owner& owner) {
+    while (member.GoOn()) {
+        member.Step("opening a session and a file");
+        qx::Session session(file.Library);
+        qx::File first = session.OpenFile(file.Path());
+        owner.Operate(first);
+        member.Step("opening a second handle");
+        qx::File second = session.OpenFile(file.Path());
+        owner.Operate(second);
+        if (member.OneIn(2)) {
+            member.Step("closing a handle");
+            first.Close();
+            owner.Operate(second);
+        }
+        member.Step("closing a session");
+        session.Close();
+    }
+}
+
+void FlushAndAsk(Crew::Member& member, SharedFile& file) {
+    const auto opened = file.OpenOwn();
+    while (member.GoOn()) {
+        member.Step("flushing");
+        opened->Session.Flush();
+        member.Step("reading the header");
+        const uint32_t modulo = opened->File.Header().Modulo;
+        member.Step("asking for a group");
+        if (modulo == 1 && opened->File.GroupNumber("key") > 1) {
+            member.Fail("a group far beyond the header's number of groups");
+        }
+    }
+}
+
+// Works on the file by nothing but this lock while it is held, and gives it up in all ways there are. A lock has to
+// wait until no call is inside the file, so those who work have to rest now and then.
+void LockAndUnlock(Crew::Member& member, SharedFile& file) {
+    while (member.GoOn()) {
+        member.Step("opening a file to lock");
+        OpenedFile opened(file.Library, file.Path());
+        member.Step("locking a group");
+        LockGroup(opened, member.Below(3), member.OneIn(2));
+        if (member.OneIn(2)) {
+            member.Step("locking another group instead");
+            LockGroup(opened, member.Below(3), member.OneIn(2));
+        }
+        Rest(200);
+        switch (member.Below(3)) {
+            case 0:
+                member.Step("unlocking a group");
+                UnlockGroup(opened, 0);
+                break;
+            case 1:
+                member.Step("closing a handle with a group locked");
+                opened.File.Close();
+                break;
+            default:
+                member.Step("closing a session with a group locked");
+                opened.Session.Close();
+                break;
+        }
+        member.Step("closing what is left");
+    }
+}
+
+void HoldSelect(Crew::Member& member, SharedFile& file, Owner& owner) {
+    while (member.GoOn()) {
+        member.Step("opening a file to hold");
+        OpenedFile opened(file.Library, file.Path());
+        const uint32_t holds = 1 + member.Below(3);
+        for (uint32_t i = 0; i < holds; ++i) {
+            member.Step("taking a select hold");
+            LockGroup(opened, kSelectHold, false);
+        }
+        const uint32_t modulo = opened.File.Header().Modulo;
+        for (int i = 0; i < 20; ++i) {
+            owner.Operate(opened.File);
+        }
+        if (opened.File.Header().Modulo != modulo) {
+            member.Fail("the number of groups changed under a select hold");
+        }
+        for (uint32_t i = member.Below(2); i < holds; ++i) {
+            member.Step("releasing a select hold");
+            UnlockGroup(opened, kSelectHold);
+        }
+    }
+}
+
+class ConcurrentLife : public testing::TestWithParam<FileSettings> {
+  protected:
+    // Adds a thread that works on keys of its own.
+    void AddOwner(const std::string& name, const std::function<void(Crew::Member&, Owner&)>& body) {
+        Records& due = results_.emplace_back();
+        crew_.Add(name, [&due, body, key = static_cast<char>('a' + results_.size())](Crew::Member& member) {
+            Owner owner(member, std::string(1, key), 40);
+            body(member, owner);
+            due = owner.Due();
+        });
+    }
+
+    void AddWorkers(Owner::Clears clears) {
+        for (int i = 0; i < 3; ++i) {
+            AddOwner("worker " + std::to_string(i),
+                     [opened = file_.Join(), clears](Crew::Member& member, Owner& owner) {
+                         while (member.GoOn()) {
+                             for (int j = 0; j < 200; ++j) {
+                                 owner.Operate(opened->File, clears);
+                             }
+                             Rest(500);
+                         }
+                     });
+        }
+    }
+
+    Records Due() const {
+        Records due;
+        for (const Records& records : results_) {
+            due.insert(records.begin(), records.end());
+        }
+        return due;
+    }
+
+    const uint64_t seed_ = TestSeed();
+    SharedFile file_{GetParam()};
+    std::list<Records> results_;
+    Crew crew_{seed_};
+};
+
+TEST_P(ConcurrentLife, OpeningClosingFlushing) {
+    AddWorkers(Owner::Clears::No);
+    AddOwner("opener", [this](Crew::Member& member, Owner& owner) { OpenAndClose(member, file_, owner); });
+    crew_.Add("flusher", [this](Crew::Member& member) { FlushAndAsk(member, file_); });
+    crew_.Run();
+    file_.Check(Due());
+}
+
+TEST_P(ConcurrentLife, GroupLocksAndSelectHolds) {
+    AddWorkers(Owner::Clears::No);
+    AddOwner("opener", [this](Crew::Member& member, Owner& owner) { OpenAndClose(member, file_, owner); });
+    AddOwner("holder", [this](Crew::Member& member, Owner& owner) { HoldSelect(member, file_, owner); });
+    crew_.Add("locker 0", [this](Crew::Member& member) { LockAndUnlock(member, file_); });
+    crew_.Add("locker 1", [this](Crew::Member& member) { LockAndUnlock(member, file_); });
+    crew_.Run();
+    file_.Check(Due());
+}
+
+TEST_P(ConcurrentLife, Clearing) {
+    AddWorkers(Owner::Clears::Yes);
+    crew_.Add("clearer", [this](Crew::Member& member) {
+        const auto opened = file_.OpenOwn();
+        while (member.GoOn()) {
+            member.Step("clearing");
+            opened->File.Clear();
+            Rest(member.Below(20'000));
+        }
+    });
+    crew_.Run();
+    file_.Check();
+}
+
+// Only the first clear of a file gives groups up, so every round has a file of its own.
+TEST(ConcurrentClear, ShrinksAFileInUse) {
+    const uint64_t seed = TestSeed();
+    const auto end = std::chrono::steady_clock::now() + Crew::Duration();
+    for (uint64_t round = 0; std::chrono::steady_clock::now() < end; ++round) {
+        SharedFile file({256, 12, 0});
+        Crew crew(seed + round);
+        for (int i = 0; i < 3; ++i) {
+            crew.Add("worker " + std::to_string(i), [&, i, opened = file.Join()](Crew::Member& member) {
+                Owner owner(member, std::string(1, static_cast<char>('a' + i)), 40);
+                for (int j = 0; j < 200; ++j) {
+                    owner.Operate(opened->File, Owner::Clears::Yes);
+                }
+            });
+        }
+        crew.Add("clearer", [opened = file.OpenOwn()](Crew::Member& member) {
+            Rest(member.Below(3000));
+            member.Step("clearing");
+            opened->File.Clear();
+        });
+        crew.Run();
+        file.Check();
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Files, ConcurrentLife, testing::Values(FileSettings{256, 3, 2}, FileSettings{1024, 1, 0}));
+
+}  // namespace
+}  // namespace qx_test
