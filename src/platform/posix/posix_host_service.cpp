@@ -9,7 +9,7 @@ namespace qx {
 namespace {
 
 // An address inside this module.
-const char anchor = 0;
+const char kAnchor = 0;
 
 }  // namespace
 
@@ -34,7 +34,7 @@ uint32_t PosixHostService::ComputerName(char (&name)[16]) {
 OsModule* PosixHostService::PinModule() {
     Dl_info info{};
     void* map = nullptr;
-    if (::dladdr1(&anchor, &info, &map, RTLD_DL_LINKMAP) == 0 || map == nullptr) {
+    if (::dladdr1(&kAnchor, &info, &map, RTLD_DL_LINKMAP) == 0 || map == nullptr) {
         return nullptr;
     }
     const char* path = static_cast<const link_map*>(map)->l_name;
