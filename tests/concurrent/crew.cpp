@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <iostream>
+#include <qx.hpp>
 #include <stdexcept>
 
 namespace qx_test {
@@ -48,7 +49,7 @@ void Crew::Work(Member& member) {
     try {
         try {
             member.body_(member);
-        } catch (const std::exception& error) {
+        } catch (const qx::Error& error) {
             member.Fail(error.what());
         }
     } catch (...) {
