@@ -26,24 +26,31 @@ void OpenPrimary(OpenFile& file) {
     file.PrimaryPart.Written = false;
 }
 
+[[noreturn]] void FailToLoad(OpenFile& file) {
+    CounterLevels levels;
+    levels.Volume = &file.Volume.Counters;
+    levels.File = &file.Counters;
+    levels.CountWork(Counter::ReadErrors);
+    Raise(Code::ReadFailed, Number(WhichFile::Primary));
+}
+
 // A header that no file can have is refused here, so that everything after can rely on a frame that holds its header
 // and fits the file.
 void LoadHeader(OpenFile& file) {
     uint8_t bytes[kLongestFileHeader];
     const OsHandle handle = file.PrimaryPart.Cached.Handle;
     if (OsRead(handle, 1, 0, bytes, sizeof bytes) != FileResult::Done) {
-        CounterLevels levels;
-        levels.Volume = &file.Volume.Counters;
-        levels.File = &file.Counters;
-        levels.CountWork(Counter::ReadErrors);
-        Raise(Code::ReadFailed, Number(WhichFile::Primary));
+        FailToLoad(file);
     }
     if (!IsFileHeaderLength(bytes[0])) {
         Raise(Code::BadFrameHeader, Number(WhichFile::Primary));
     }
     const FileHeader header = DecodeFileHeader(bytes);
     uint32_t wholeFrames = 0;
-    if (!IsPlausible(header) || !OsGetSize(handle, header.FrameSize, &wholeFrames) || wholeFrames == 0) {
+    if (IsPlausible(header) && !OsGetSize(handle, header.FrameSize, &wholeFrames)) {
+        FailToLoad(file);
+    }
+    if (wholeFrames == 0) {
         Raise(Code::BadFrameHeader, Number(WhichFile::Primary));
     }
     file.FrameSize = header.FrameSize;
