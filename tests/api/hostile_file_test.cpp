@@ -1,4 +1,5 @@
 // Files that are damaged or were made to do damage: every call gives a clear answer, in bounded time and memory.
+#include <algorithm>
 #include <filesystem>
 #include <functional>
 #include <iostream>
@@ -164,6 +165,41 @@ TEST_F(HostileFile, EveryDamageIsTold) {
         expect("replace", [&](uint32_t handle) { return Put(handle, keys_[2], std::string(999, 'n')); });
         expect("delete", [&](uint32_t handle) { return Erase(handle, keys_[2]); });
         ASSERT_EQ(Get(bystander, keys_[1]), std::string(1200, 'b'));
+    }
+}
+
+TEST_F(HostileFile, ARecordWithoutItsTerminatorIsNotHandedOver) {
+    BuiltFile file = Sample();
+    uint8_t* frame = Overflow(file, 5, 0);
+    uint8_t* mark = std::find(frame + 14, frame + kFrameSize, uint8_t{0x80});
+    ASSERT_EQ(mark[-1], 0xFF);
+    mark[-1] = 0xFE;
+    file.Save(Path("F"));
+    const uint32_t handle = Open("F");
+    EXPECT_EQ(Get(handle, keys_[1]), std::string(1200, 'b'));
+    EXPECT_FALSE(Get(handle, keys_[2]));
+    EXPECT_EQ(LastStatus(), (Status{127, 2, 2}));
+    EXPECT_EQ(Record(handle).Counters.Value(qx::Counter::GfeRecordTerminationErrors), 1U);
+}
+
+// What is left of a chain behind the end-of-group mark goes back to the free list, but not for ever.
+TEST_F(HostileFile, AChainBehindTheMarkIsFreed) {
+    for (const bool inACircle : {false, true}) {
+        BuiltFile file = Sample();
+        *Primary(file, kGroup, kFirstRecord) = 0x80;
+        Put32(Overflow(file, 5, 1), inACircle ? 1 : 0);
+        file.Save(Path("F"));
+        const uint32_t handle = Open("F");
+        EXPECT_EQ(Put(handle, keys_[4], "new"), !inACircle);
+        EXPECT_TRUE(!inACircle || LastStatus() == (Status{126, 2, 2}));
+        ExpectNothingHeld();
+        EXPECT_EQ(Get(handle, keys_[4]).has_value(), !inACircle);
+        EXPECT_TRUE(Close(handle));
+        qx_check::Options options;
+        options.allowCountDrift = true;
+        options.allowLeakedFrames = inACircle;
+        options.checkFill = false;
+        EXPECT_EQ(Problems("F", options), "");
     }
 }
 
