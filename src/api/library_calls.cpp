@@ -101,7 +101,7 @@ int32_t QXInitialize(ApiVersionRecord* version, StatusRecord* status) {
     using namespace qx;
     return ExportedCall(status, [&](StatusRecord&) {
         theProcessCounters.Increment(Counter::Initializes);
-        if (!IsSupported(*version)) {
+        if (version == nullptr || !IsSupported(*version)) {
             Raise(Code::BadVersion);
         }
         const SpinHold hold(theLibrary.InitializeLock);
@@ -132,7 +132,7 @@ int32_t QXTerminate(StatusRecord* status) {
 }
 
 uint32_t QXFormatError(const StatusRecord* status, uint32_t, uint32_t bufferSize, char* buffer) {
-    return qx::FormatMessage(*status, bufferSize, buffer);
+    return status == nullptr || buffer == nullptr ? 0 : qx::FormatMessage(*status, bufferSize, buffer);
 }
 
 }  // extern "C"
