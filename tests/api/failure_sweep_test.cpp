@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <set>
 
 #include "runtime/library_record.h"
@@ -25,34 +26,22 @@ bool IsFileCall(Call call) {
 
 // The codes with which a call may answer a failure of the system.
 std::set<uint32_t> CodesFor(Call call, SystemError error) {
-    switch (call) {
-        case Call::Exists:
-            return {230, 231, 1008, 1009, 1029};
-        case Call::Create:
-            return {1008, 1009, 1029};
-        case Call::Open:
-            return {102, 104, 1009, 1029};  // opened for reading instead, a file cannot be changed
-        case Call::ClaimForDelete:
-        case Call::Delete:
-            return {104, 1029};
-        case Call::Read:
-            return {107};
-        case Call::Write:
-            return {error == SystemError::VolumeFull ? 103U : 104U};
-        case Call::GetSize:
-            return {107, 1003};
-        case Call::SetSize:
-        case Call::Flush:
-            return {104};
-        case Call::HeapAllocate:
-            return {1015};
-        case Call::BufferAllocate:
-            return {1014};
-        case Call::CurrentDirectory:
-            return {1006};
-        default:
-            return {};
-    }
+    static const std::map<Call, std::set<uint32_t>> codes = {
+        {Call::Exists, {230, 231, 1008, 1009, 1029}},
+        {Call::Create, {1008, 1009, 1029}},
+        {Call::Open, {102, 104, 1009, 1029}},  // opened for reading instead, a file cannot be changed
+        {Call::ClaimForDelete, {104, 1029}},
+        {Call::Delete, {104, 1029}},
+        {Call::Read, {107}},
+        {Call::GetSize, {107, 1003}},
+        {Call::SetSize, {104}},
+        {Call::Flush, {104}},
+        {Call::HeapAllocate, {1015}},
+        {Call::BufferAllocate, {1014}},
+        {Call::CurrentDirectory, {1006}},
+    };
+    const auto known = codes.find(call);
+    return known != codes.end() ? known->second : std::set{error == SystemError::VolumeFull ? 103U : 104U};
 }
 
 std::string Data(size_t length) {

@@ -1,6 +1,7 @@
 // Reading, writing and deleting records through the exported functions; what a call leaves is judged by the byte
 // checker.
 #include <algorithm>
+#include <functional>
 
 #include "checker/bytes.h"
 #include "checker/file_builder.h"
@@ -326,35 +327,26 @@ TEST_F(RecordCalls, RefusedBuffersLeaveEverythingAsItWas) {
     ASSERT_TRUE(Put(file, "k", "data"));
     const FileBytes bytes = ReadHashedFile(Path("F"));
     uint32_t group = 0;
-    const auto call = [&](int which, StatusRecord* status) {
-        Buffer(kKey) = "k";
-        Buffer(kData) = "other";
-        switch (which) {
-            case 0:
-                return QXReadRecord(file, kKey, kData, status);
-            case 1:
-                return QXReadOnlyRecord(file, kKey, kData, status);
-            case 2:
-                return QXWriteRecord(file, kKey, kData, status);
-            case 3:
-                return QXDeleteRecord(file, kKey, status);
-            default:
-                return QXGetGroupNumber(file, kKey, &group, status);
-        }
-    };
+    const auto read = [&](StatusRecord* status) { return QXReadRecord(file, kKey, kData, status); };
+    const auto readOnly = [&](StatusRecord* status) { return QXReadOnlyRecord(file, kKey, kData, status); };
+    const auto write = [&](StatusRecord* status) { return QXWriteRecord(file, kKey, kData, status); };
+    const auto erase = [&](StatusRecord* status) { return QXDeleteRecord(file, kKey, status); };
+    const auto groupOf = [&](StatusRecord* status) { return QXGetGroupNumber(file, kKey, &group, status); };
     struct Case {
-        int Which;
+        std::function<int32_t(StatusRecord*)> Call;
         uint32_t Operation;
         uint32_t Nth;
         bool Told;  // the callback's own status, or else 160
     };
-    for (const auto& [which, operation, nth, told] :
-         {Case{0, 0, 1, true}, Case{1, 0, 1, true}, Case{2, 0, 1, true}, Case{2, 0, 2, true}, Case{3, 0, 1, true},
-          Case{4, 0, 1, true}, Case{0, 2, 1, false}, Case{1, 2, 1, false}}) {
+    for (const auto& [call, operation, nth, told] :
+         {Case{read, 0, 1, true}, Case{readOnly, 0, 1, true}, Case{write, 0, 1, true}, Case{write, 0, 2, true},
+          Case{erase, 0, 1, true}, Case{groupOf, 0, 1, true}, Case{read, 2, 1, false}, Case{readOnly, 2, 1, false}}) {
+        Buffer(kKey) = "k";
+        Buffer(kData) = "other";
         const uint32_t refusals = CountOf(Counter::ReadAllocationErrors);
         RefuseCallback(operation, nth, {4711, 8, 15});
-        EXPECT_FALSE(Run([&](StatusRecord* status) { return call(which, status); })) << which;
-        EXPECT_EQ(LastStatus(), told ? (Status{4711, 8, 15}) : (Status{160, 0, 0})) << which;
+        EXPECT_FALSE(Run(call));
+        EXPECT_EQ(LastStatus(), told ? (Status{4711, 8, 15}) : (Status{160, 0, 0}));
         EXPECT_EQ(CountOf(Counter::ReadAllocationErrors), refusals + (told ? 0 : 1));
         AcceptCallbacks();
         ExpectNothingHeld();
