@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <qx.hpp>
 #include <string>
+#include <thread>
 
 #include "cost/allocation_count.h"
 #include "platform/platform.h"
@@ -53,11 +54,19 @@ class RecordCost : public testing::Test {
     RecordCost() {
         WriteWholeFile(directory_.File("MOXPARAM"), "LOCKS = NO");
         library_.emplace();
+        AwaitSleepOfWorker();
         session_.emplace(*library_);
         const std::string path = directory_.File("COST");
         session_->CreateFile(path, {.Modulo = 2, .SizeLock = 2});
         file_.emplace(session_->OpenFile(path));
         into_.reserve(1000);
+    }
+
+    // Going to sleep is the last thing that it does by itself; the event for that would be counted among the calls.
+    void AwaitSleepOfWorker() const {
+        while (platform_.Calls.Count(Call::EventReset) == 0) {
+            std::this_thread::yield();
+        }
     }
 
     // A key of the group; each call finds another one.
