@@ -3,6 +3,7 @@
 #include <functional>
 #include <gtest/gtest.h>
 
+#include "checker/group_rule.h"
 #include "concurrent/shared_file.h"
 #include "support/test_seed.h"
 
@@ -57,10 +58,12 @@ void FlushAndAsk(Crew::Member& member, SharedFile& file) {
         member.Step("flushing");
         opened->Session.Flush();
         member.Step("reading the header");
-        const uint32_t modulo = opened->File.Header().Modulo;
+        const qx::HeaderValues header = opened->File.Header();
         member.Step("asking for a group");
-        if (modulo == 1 && opened->File.GroupNumber("key") > 1) {
-            member.Fail("a group far beyond the header's number of groups");
+        const uint32_t group = opened->File.GroupNumber("key");
+        if (header.SizeLock >= 2 &&
+            group != qx_check::GroupOf(qx_check::HashKey("key"), qx_check::SplitModulo(header.Modulo))) {
+            member.Fail("the wrong group for a key");
         }
     }
 }
@@ -77,7 +80,7 @@ void LockAndUnlock(Crew::Member& member, SharedFile& file) {
             member.Step("locking another group instead");
             LockGroup(opened, member.Below(3), member.OneIn(2));
         }
-        Rest(200);
+        Rest(member.Below(5000));
         switch (member.Below(3)) {
             case 0:
                 member.Step("unlocking a group");
@@ -124,8 +127,12 @@ class ConcurrentLife : public testing::TestWithParam<FileSettings> {
     // Adds a thread that works on keys of its own.
     void AddOwner(const std::string& name, const std::function<void(Crew::Member&, Owner&)>& body) {
         Records& due = results_.emplace_back();
-        crew_.Add(name, [&due, body, key = static_cast<char>('a' + results_.size())](Crew::Member& member) {
+        crew_.Add(name, [&due, body, inShifts = inShifts_,
+                         key = static_cast<char>('a' + results_.size())](Crew::Member& member) {
             Owner owner(member, std::string(1, key), 40);
+            if (inShifts) {
+                owner.WorkInShifts();
+            }
             body(member, owner);
             due = owner.Due();
         });
@@ -154,6 +161,7 @@ class ConcurrentLife : public testing::TestWithParam<FileSettings> {
     }
 
     const uint64_t seed_ = TestSeed();
+    bool inShifts_ = false;  // of the owners added from now on
     SharedFile file_{GetParam()};
     std::list<Records> results_;
     Crew crew_{seed_};
@@ -168,6 +176,7 @@ TEST_P(ConcurrentLife, OpeningClosingFlushing) {
 }
 
 TEST_P(ConcurrentLife, GroupLocksAndSelectHolds) {
+    inShifts_ = true;
     AddWorkers(Owner::Clears::No);
     AddOwner("opener", [this](Crew::Member& member, Owner& owner) { OpenAndClose(member, file_, owner); });
     AddOwner("holder", [this](Crew::Member& member, Owner& owner) { HoldSelect(member, file_, owner); });
