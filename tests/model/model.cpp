@@ -17,15 +17,6 @@ auto FindIn(auto& group, std::string_view key) {
     return std::find_if(group.begin(), group.end(), [key](const auto& record) { return record.key == key; });
 }
 
-template <class Sum>
-size_t SumOver(const std::vector<GroupRecords>& groups, Sum&& sum) {
-    size_t total = 0;
-    for (const GroupRecords& group : groups) {
-        total += sum(group);
-    }
-    return total;
-}
-
 }  // namespace
 
 size_t RecordBytes(const qx_check::Record& record) {
@@ -67,17 +58,11 @@ void Model::Clear() {
 }
 
 size_t Model::RecordCount() const {
-    return SumOver(groups_, [](const GroupRecords& group) { return group.size(); });
-}
-
-size_t Model::DataBytes() const {
-    return SumOver(groups_, [](const GroupRecords& group) {
-        size_t bytes = 0;
-        for (const qx_check::Record& record : group) {
-            bytes += record.data.size();
-        }
-        return bytes;
-    });
+    size_t count = 0;
+    for (const GroupRecords& group : groups_) {
+        count += group.size();
+    }
+    return count;
 }
 
 uint64_t Model::Alpha(uint32_t headerLength, uint32_t frameSize) const {

@@ -35,7 +35,6 @@ class Model {
     void Clear();
 
     size_t RecordCount() const;
-    size_t DataBytes() const;
 
     // What the groups come to in the header's Alpha.
     uint64_t Alpha(uint32_t headerLength, uint32_t frameSize) const;

@@ -1,14 +1,17 @@
-// The shapes of files that the model tests work on.
+// The shapes of files that the model tests work on, and what their runs have in common.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <ostream>
 #include <qx.hpp>
+#include <sstream>
+#include <stdexcept>
 #include <string>
 
 #include "model/data_source.h"
 #include "model/model.h"
+#include "support/test_library.h"
 
 namespace qx_test {
 
@@ -30,30 +33,76 @@ inline std::ostream& operator<<(std::ostream& to, const Scenario& scenario) {
               << " groups, size lock " << scenario.SizeLock;
 }
 
-// Makes the file; one made by hand begins with some records, which go into the model too.
-inline void MakeScenarioFile(const Scenario& scenario, const std::string& path, qx::Session& session,
-                             DataSource& source, Model& model) {
-    if (scenario.HeaderLength != 22) {
-        session.CreateFile(path, {.Modulo = scenario.Modulo,
-                                  .FrameSize = scenario.FrameSize,
-                                  .SizeLock = scenario.SizeLock,
-                                  .Version = scenario.Version()});
-        return;
+// A file beside its model.
+class ModelFile {
+  protected:
+    ModelFile(const Scenario& scenario, uint64_t seed)
+        : scenario_(scenario),
+          seed_(seed),
+          path_(directory_.File("MODEL")),
+          source_(seed, scenario.FrameSize, scenario.Keys, scenario.Longest),
+          model_(scenario.FixedModulo()) {
+        WriteWholeFile(directory_.File("MOXPARAM"), scenario.Parameters);
     }
-    std::vector<qx_check::Record> records;
-    for (size_t i = 0; i < scenario.Keys / 4; ++i) {
-        const std::string& key = source.Key();
-        if (model.Find(key) == nullptr) {
-            records.push_back({key, source.Data(source.Length())});
-            model.Put(key, records.back().data);
+
+    // Makes the file; one made by hand begins with some records.
+    void MakeFile(qx::Session& session) {
+        if (scenario_.HeaderLength != 22) {
+            session.CreateFile(path_, {.Modulo = scenario_.Modulo,
+                                       .FrameSize = scenario_.FrameSize,
+                                       .SizeLock = scenario_.SizeLock,
+                                       .Version = scenario_.Version()});
+            return;
+        }
+        std::vector<qx_check::Record> records;
+        for (size_t i = 0; i < scenario_.Keys / 4; ++i) {
+            const std::string& key = source_.Key();
+            if (model_.Find(key) == nullptr) {
+                records.push_back({key, source_.Data(source_.Length())});
+                model_.Put(key, records.back().data);
+            }
+        }
+        qx_check::FileShape shape;
+        shape.headerLength = scenario_.HeaderLength;
+        shape.modulo = scenario_.Modulo;
+        shape.frameSize = scenario_.FrameSize;
+        shape.sizeLock = scenario_.SizeLock;
+        qx_check::BuildFile(shape, records).Save(path_);
+    }
+
+    // The file, at this moment, must be without fault and hold what the model holds.
+    void CheckDisk(const qx_check::Options& options) {
+        const DiskImage disk(path_, options, model_);
+        if (!disk.Report().Clean()) {
+            Fail("on disk: " + disk.Report().problems.front());
+        }
+        const uint32_t group = disk.FirstDifference(model_);
+        if (group != DiskImage::kNone) {
+            Fail("the records of group " + std::to_string(group) + " differ on disk");
         }
     }
-    qx_check::FileShape shape;
-    shape.headerLength = scenario.HeaderLength;
-    shape.modulo = scenario.Modulo;
-    shape.frameSize = scenario.FrameSize;
-    shape.sizeLock = scenario.SizeLock;
-    qx_check::BuildFile(shape, records).Save(path);
-}
+
+    // What the operation under way wrote or read is not what the model says.
+    [[noreturn]] void Fail(const std::string& what) const {
+        std::ostringstream text;
+        text << "seed " << seed_ << ", operation " << operation_ << ", " << scenario_ << doing_ << ": " << what;
+        throw std::runtime_error(text.str());
+    }
+
+    void Require(bool condition, const char* what) const {
+        if (!condition) {
+            Fail(what);
+        }
+    }
+
+    const Scenario scenario_;
+    const uint64_t seed_;
+    uint64_t operation_ = 0;
+    std::string doing_;  // about the operation, for Fail
+    TestDirectory directory_;
+    const std::string path_;
+    DataSource source_;
+    Model model_;
+};
 
 }  // namespace qx_test
