@@ -1,23 +1,56 @@
 #include "records/resize_worker.h"
 
-#include <optional>
-
 #include "platform/platform.h"
+#include "records/resize_step.h"
 #include "runtime/status.h"
+#include "storage/operation_context.h"
+#include "storage/resize_queue.h"
 
 namespace qx {
 
 constinit ResizeWorker theResizeWorker;
 
+namespace {
+
+// One step for one file; false when nothing was to be done, or nothing could be.
+bool Resize(OpenFile& file) {
+    if (file.CallerLocks > 0) {
+        return false;  // attaching would wait for as long as the application likes
+    }
+    const PrimaryAttachment attachment(file);
+    CounterLevels levels;
+    levels.Volume = &file.Volume.Counters;
+    levels.File = &file.Counters;
+    OperationContext context(file, levels);
+    if (file.SelectCount > 0) {
+        return false;
+    }
+    if (NeedsToExpand(file)) {
+        return Expand(context);
+    }
+    return NeedsToContract(file) && Contract(context);
+}
+
+// What goes wrong in a step is nobody's call to report; the file comes back when its load changes again.
+void Work(void*) {
+    ClaimMutex::Node node;
+    while (OpenFile* file = theResizeQueue.Next(node)) {
+        StatusRecord ignored{};
+        const bool done = RunCatching(ignored, [&] { return Resize(*file); });
+        theResizeQueue.GiveBack(*file, node, done);
+    }
+    theResizeQueue.Leave();
+}
+
+}  // namespace
+
 bool ResizeWorker::Start() {
-    stopping_ = false;
-    asleep_ = false;
-    alive_ = true;
+    theResizeQueue.Open();
     module_ = thePlatform.Host->PinModule();
     if (module_ == nullptr) {
         return false;
     }
-    thread_ = thePlatform.Threads->Start(ThreadBody, this);
+    thread_ = thePlatform.Threads->Start(Work, nullptr);
     if (thread_ == nullptr) {
         thePlatform.Host->UnpinModule(module_);
         return false;
@@ -26,58 +59,9 @@ bool ResizeWorker::Start() {
 }
 
 void ResizeWorker::Stop() {
-    lock_.Acquire();
-    if (alive_) {
-        const std::optional<EventIndex> event = theWaitEvents.Take();
-        if (!event) {
-            lock_.Release();
-            Raise(Code::NoMemory);
-        }
-        terminatorEvent_ = *event;
-        stopping_ = true;
-        if (asleep_) {
-            asleep_ = false;
-            theWaitEvents.Signal(wakeEvent_);
-        }
-        lock_.Release();
-        theWaitEvents.Wait(terminatorEvent_);
-    } else {
-        lock_.Release();
-    }
+    theResizeQueue.Close();
     thePlatform.Threads->Join(thread_);
     thePlatform.Host->UnpinModule(module_);
-}
-
-void ResizeWorker::ThreadBody(void* worker) {
-    static_cast<ResizeWorker*>(worker)->Run();
-}
-
-// Ends when it is told to, or when there is no event to sleep on.
-void ResizeWorker::Run() {
-    lock_.Acquire();
-    while (!stopping_) {
-        if (!SleepUntilWoken()) {
-            alive_ = false;
-            lock_.Release();
-            return;
-        }
-    }
-    lock_.Release();
-    theWaitEvents.Signal(terminatorEvent_);
-}
-
-// Under the lock, which is given up while asleep.
-bool ResizeWorker::SleepUntilWoken() {
-    const std::optional<EventIndex> event = theWaitEvents.Take();
-    if (!event) {
-        return false;
-    }
-    wakeEvent_ = *event;
-    asleep_ = true;
-    lock_.Release();
-    theWaitEvents.Wait(*event);
-    lock_.Acquire();
-    return true;
 }
 
 }  // namespace qx

@@ -1,14 +1,13 @@
-// The worker: the one thread that the library adds to a process.
+// The worker: the one thread that the library adds to a process. It changes the number of groups of the files on the
+// resize queue, one step at a time.
 #pragma once
 
 #include "platform/host_service.h"
 #include "platform/thread_service.h"
-#include "runtime/spin_lock.h"
-#include "runtime/wait_event_pool.h"
 
 namespace qx {
 
-// Lives from the first QXInitialize to the last QXTerminate and sleeps on a pooled event while it has nothing to do.
+// Lives from the first QXInitialize to the last QXTerminate and sleeps while the queue is empty.
 class ResizeWorker {
   public:
     // False when the thread cannot be started.
@@ -19,17 +18,6 @@ class ResizeWorker {
     void Stop();
 
   private:
-    static void ThreadBody(void* worker);
-    void Run();
-    bool SleepUntilWoken();
-
-    SpinLock lock_;  // what follows
-    bool stopping_ = false;
-    bool alive_ = false;
-    bool asleep_ = false;
-    EventIndex wakeEvent_ = 0;
-    EventIndex terminatorEvent_ = 0;
-
     OsThread* thread_ = nullptr;
     OsModule* module_ = nullptr;  // kept loaded while the thread runs
 };

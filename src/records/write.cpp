@@ -6,6 +6,7 @@
 
 #include "records/find.h"
 #include "storage/layout/variable_number.h"
+#include "storage/resize_queue.h"
 
 namespace qx {
 
@@ -59,7 +60,7 @@ void CheckKeyList(const FileCall& call, const InputCursor& input, std::string_vi
     }
 }
 
-// After the group is written: the counts, its lock, the header if it lags too far behind.
+// After the group is written: the counts, its lock, the header if it lags too far behind, and the file's size.
 void Account(OperationContext& context, int32_t recordChange, uint64_t oldBytes, uint64_t newBytes) {
     OpenFile& file = context.File;
     const InputCursor& input = context.Input;
@@ -70,6 +71,7 @@ void Account(OperationContext& context, int32_t recordChange, uint64_t oldBytes,
     file.Counts.ChangeAlpha(input.Group, file.Capped(before), file.Capped(before - oldBytes + newBytes));
     context.SlotOf(input.Group).Release();
     RefreshHeaderIfDrifted(context);
+    theResizeQueue.Check(file);
 }
 
 // Writes `data` under a key, or deletes the key's record when there is none. False when there was nothing to delete.

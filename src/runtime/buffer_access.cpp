@@ -44,4 +44,12 @@ std::span<uint8_t> BufferAccess::Allocate(uint32_t buffer, uint32_t length) cons
     return CallForRoom(kAllocate, buffer, length).first(length);
 }
 
+std::span<uint8_t> BufferAccess::AllocateExactly(uint32_t buffer, uint32_t length) const {
+    const std::span<uint8_t> bytes = Call(kAllocate, buffer, length);
+    if (bytes.size() != length) {
+        Raise(Code::BufferRefused);
+    }
+    return bytes;
+}
+
 }  // namespace qx

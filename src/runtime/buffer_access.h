@@ -25,6 +25,9 @@ class BufferAccess {
     // The buffer made `length` bytes long.
     std::span<uint8_t> Allocate(uint32_t buffer, uint32_t length) const;
 
+    // The same; a callback that reports another length has refused it.
+    std::span<uint8_t> AllocateExactly(uint32_t buffer, uint32_t length) const;
+
   private:
     std::span<uint8_t> Call(uint32_t operation, uint32_t buffer, uint32_t length) const;
     std::span<uint8_t> CallForRoom(uint32_t operation, uint32_t buffer, uint32_t length) const;

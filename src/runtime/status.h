@@ -138,6 +138,7 @@ class FirstFailure {
     }
 
     bool Good() const { return good_; }
+    const StatusRecord& Status() const { return status_; }
 
     void RaiseIfAny() const {
         if (!good_) {

@@ -1,6 +1,7 @@
 #include "storage/attachment.h"
 
 #include "storage/layout/file_header.h"
+#include "storage/resize_queue.h"
 
 namespace qx {
 
@@ -120,26 +121,26 @@ std::string OpenFile::PathOf(WhichFile file) const {
 
 PrimaryAttachment::PrimaryAttachment(OpenFile& file) : file_(file) {
     FilePart& part = file.PrimaryPart;
-    const ClaimHold hold(part.Cached.Mutex);
+    ClaimHold hold(part.Cached.Mutex);
     if (!part.Cached.IsOpen()) {
         OpenPrimary(file);
     } else {
         RemoveFromIdle(part);
     }
-    if (!file.HeaderIsLoaded()) {
+    if (file.HeaderIsLoaded()) {
+        ++part.InUse;
+        return;
+    }
+    {
         struct BackToIdle {
             FilePart& Part;
-            bool Armed = true;
-            ~BackToIdle() {
-                if (Armed) {
-                    AddToIdle(Part);
-                }
-            }
-        } backToIdle{part};
+            ~BackToIdle() { AddToIdle(Part); }  // does nothing once the call is attached
+        } const backToIdle{part};
         LoadHeader(file);
-        backToIdle.Armed = false;
+        ++part.InUse;
     }
-    ++part.InUse;
+    hold.Release();
+    theResizeQueue.Check(file);
 }
 
 PrimaryAttachment::~PrimaryAttachment() {

@@ -2,6 +2,7 @@
 
 #include "platform/platform.h"
 #include "storage/operation_context.h"
+#include "storage/resize_queue.h"
 #include "storage/select_hold.h"
 
 namespace qx {
@@ -53,6 +54,35 @@ class PrimaryClaim {
     OpenFile& file_;
     ClaimMutex::Node& node_;
     bool owned_ = false;
+};
+
+// Keeps the worker away from a file: it would wait for the primary file's mutex for as long as the application likes,
+// and stopping the library would wait for the worker. A step under way is waited for.
+class WorkerBan {
+  public:
+    explicit WorkerBan(OpenFile& file) : file_(&file) {
+        const ClaimHold structure(file.StructureMutex);
+        ++file.CallerLocks;
+        theResizeQueue.Remove(file);
+    }
+    ~WorkerBan() {
+        if (file_ != nullptr) {
+            Lift(*file_);
+        }
+    }
+    WorkerBan(const WorkerBan&) = delete;
+    WorkerBan& operator=(const WorkerBan&) = delete;
+
+    // Leaves the ban in force, to be lifted with the lock.
+    void HandOn() { file_ = nullptr; }
+
+    static void Lift(OpenFile& file) {
+        --file.CallerLocks;
+        theResizeQueue.Check(file);
+    }
+
+  private:
+    OpenFile* file_;
 };
 
 bool HasUnstoredCounts(OpenFile& file) {
@@ -130,6 +160,7 @@ void ReleaseHeldGroup(SessionRecord& session) {
     call.File->GroupLocks.Unlock(lock->Request, call.Levels);
     call.File->Group0HeaderSize = 0;
     ReleasePrimary(*call.File, lock->PrimaryClaim);
+    WorkerBan::Lift(*call.File);
 }
 
 }  // namespace
@@ -139,6 +170,7 @@ void LockGroupForCaller(FileCall& call, uint32_t group, bool exclusive) {
     ReleaseHeldGroup(*call.Session);
     CallerGroupLock& lock = RecordOf(*call.Session);
     OpenFile& file = *call.File;
+    WorkerBan ban(file);
     PrimaryClaim claim(file, lock.PrimaryClaim);
     Quiesce(call, claim);
     CloseUnused(file.PrimaryPart);
@@ -150,9 +182,11 @@ void LockGroupForCaller(FileCall& call, uint32_t group, bool exclusive) {
     lock.File = call.HandleNumber;
     lock.Held = true;
     claim.HandOn();
+    ban.HandOn();
 }
 
 void TakeSelectHoldForCaller(FileCall& call) {
+    const WorkerBan ban(*call.File);
     {
         ClaimMutex::Node node;
         PrimaryClaim claim(*call.File, node);

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 
+#include "runtime/claim_mutex.h"
 #include "runtime/counters.h"
 #include "runtime/handle_list.h"
 
@@ -12,6 +13,8 @@ struct OpenFile;
 struct VolumeUse;
 
 inline constexpr uint32_t kDefaultSelectDelimiter = 0xFE;
+
+inline constexpr uint32_t kNoWalk = 0xFFFFFFFF;
 
 struct FileHandle {
     uint32_t Session = kNoHandle;  // that opened it
@@ -26,6 +29,10 @@ struct FileHandle {
     bool TrimLastDelimiter = false;
     bool PositionObjectInUse = false;
     uint32_t PositionObject = 0;
+    ClaimMutex SelectState;  // one call on the walk at a time
+    uint32_t PositionStart = kNoWalk;
+    uint32_t PositionEnd = kNoWalk;
+    bool WalkHasHold = false;  // the walk has taken a select hold
     uint32_t SelectCount = 0;  // select holds that the handle has taken and not given up
     CounterSet Counters;
 };

@@ -1,7 +1,11 @@
 #include "storage/file_opening.h"
 
+#include <optional>
+
 #include "storage/operation_context.h"
+#include "storage/resize_queue.h"
 #include "storage/select_hold.h"
+#include "storage/walk_position.h"
 
 namespace qx {
 
@@ -45,6 +49,16 @@ void AttachEarly(OpenFile& file) {
         return true;
     });
 }
+
+// Keeps the worker away from a file whose last handle is being closed. It is waited for, whatever it takes: the file's
+// record goes away with the handle.
+class LastClose {
+  public:
+    explicit LastClose(OpenFile& file) : hold_(file.StructureMutex) { theResizeQueue.Remove(file); }
+
+  private:
+    const PatientClaimHold hold_;
+};
 
 void WriteCountsBack(FileCall& call) {
     OpenFile& file = *call.File;
@@ -92,18 +106,25 @@ void CloseHandle(FileCall& call) {
     OpenFile& file = *call.File;
     VolumeUse& use = *call.Handle->Use;
     FirstFailure failure;
+    failure.Run([&] { EndOpenWalk(call); });
     ReleaseAllSelectHolds(call);
+    std::optional<LastClose> lastClose;
+    if (file.Handles.Head() == call.HandleNumber &&
+        HandleList::Next<&FileHandle::FileLinks>(table, call.HandleNumber) == kNoHandle) {
+        lastClose.emplace(file);
+    }
     failure.Run([&] { WriteCountsBack(call); });
     call.Session->Files.Remove<&FileHandle::SessionLinks>(table, call.HandleNumber);
     use.Files.Remove<&FileHandle::VolumeLinks>(table, call.HandleNumber);
     file.Handles.Remove<&FileHandle::FileLinks>(table, call.HandleNumber);
     call.Levels.LeaveSessionFile();
     table.Free<FileHandle>(call.HandleNumber);
-    if (file.Handles.IsEmpty()) {
+    if (lastClose) {
         if (failure.Good()) {
             failure.Run([&] { FlushFile(file); });
         }
         CloseParts(file);
+        lastClose.reset();
         ForgetOpenFile(file);
     }
     LeaveVolume(*call.Session, use);

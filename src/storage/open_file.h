@@ -64,6 +64,11 @@ struct OpenFile {
     // Frames that the overflow file is known to have held; saves asking for its length at every step along a chain.
     std::atomic<uint32_t> OverflowFramesSeen{0};
 
+    std::atomic<uint32_t> CallerLocks{0};  // sessions that hold a group for their application, or are about to
+
+    bool IsQueued = false;  // on the resize queue, which guards both
+    OpenFile* NextQueued = nullptr;
+
     CounterSet Counters;
 };
 

@@ -123,6 +123,17 @@ uint64_t OutputStream::PutRecord(std::string_view key, std::string_view data) {
 
 void OutputStream::CopyRecord(InputCursor& from) {
     from.CopyBytes(from.Record.KeyLength, *this);
+    CopyDataAndTerminator(from);
+}
+
+void OutputStream::CopyWholeRecord(InputCursor& from) {
+    const RecordHeader& record = from.Record;
+    from.CopyBytes(record.LengthBytes + record.KeyLengthBytes, *this);
+    from.CopyBytes(record.KeyLength, *this);
+    CopyDataAndTerminator(from);
+}
+
+void OutputStream::CopyDataAndTerminator(InputCursor& from) {
     BeginData(from.Record.DataLength());
     from.CopyBytes(from.Record.DataLength(), *this);
     from.ReadTerminator(this);

@@ -49,6 +49,9 @@ class OutputStream {
     // Copies the record whose header the cursor has just read with this stream as its copy.
     void CopyRecord(InputCursor& from);
 
+    // Copies the record that begins under the cursor and whose header the cursor has read before.
+    void CopyWholeRecord(InputCursor& from);
+
     // Puts the end-of-group mark, fills and writes the last frame and gives the rest of the old chain back.
     void Finish();
 
@@ -65,6 +68,7 @@ class OutputStream {
     void WriteGroupFrame(const OutputPlace& place);
     void SealAfterFailure();
     void Advance();
+    void CopyDataAndTerminator(InputCursor& from);
     void BeginData(uint32_t length);
     void EndRecord();
     void PutNumber(uint32_t value);

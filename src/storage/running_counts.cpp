@@ -144,6 +144,13 @@ void RunningCounts::RestartTally(uint32_t modulo) {
     }
 }
 
+void RunningCounts::FollowModulo(uint32_t before, uint32_t after) {
+    const SpinHold hold(verificationLock_);
+    if (moduloVerified_ == before) {
+        moduloVerified_ = after;
+    }
+}
+
 uint32_t RunningCounts::ModuloVerified() {
     const SpinHold hold(verificationLock_);
     return moduloVerified_;

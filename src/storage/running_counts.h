@@ -47,6 +47,9 @@ class RunningCounts {
     // Starts an unfinished re-count anew.
     void RestartTally(uint32_t modulo);
 
+    // The number of groups changes from `before` to `after`: a finished re-count stays finished.
+    void FollowModulo(uint32_t before, uint32_t after);
+
     uint32_t ModuloVerified();
     uint64_t NewAlpha();
     uint32_t NewRecordCount();

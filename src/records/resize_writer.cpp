@@ -1,0 +1,95 @@
+#include "records/resize_writer.h"
+
+namespace qx {
+
+void ResizeWriter::CopyRecord(OperationContext& context, const FramePlace& start) {
+    context.Output.Place = Place;
+    context.Input.GoTo(start);
+    context.Output.CopyWholeRecord(context.Input);
+    Place = context.Output.Place;
+    NewBytes += context.Input.Record.TotalBytes();
+}
+
+void ResizeWriter::Finish(OperationContext& context) {
+    context.Output.Place = Place;
+    context.Output.Finish();
+}
+
+void ResizeWriter::Account(OperationContext& context) const {
+    OpenFile& file = context.File;
+    file.Counts.ChangeAlpha(Place.Group, file.Capped(OldBytes), file.Capped(NewBytes));
+}
+
+ResizeGroups::ResizeGroups(uint32_t modulo) {
+    const ModuloSplit split(modulo);
+    if (split.Remainder != ModuloSplit::kSingleGroup) {
+        first_ = split.Remainder;
+        count_ = split.Multiplier;
+        level_ = split.Level;
+    }
+}
+
+std::optional<uint32_t> ResizeGroups::IndexOf(uint32_t group) const {
+    for (uint32_t i = 0; i < count_; ++i) {
+        if ((*this)[i] == group) {
+            return i;
+        }
+    }
+    return std::nullopt;
+}
+
+ResizeLocks::ResizeLocks(OperationContext& context, const ResizeGroups& groups, uint32_t lastGroup)
+    : context_(context), slots_{Slot(context), Slot(context), Slot(context), Slot(context)} {
+    for (uint32_t i = 0; i < groups.Count(); ++i) {
+        Take(groups[i]);
+    }
+    Take(lastGroup);
+}
+
+ResizeLocks::~ResizeLocks() {
+    StatusRecord ignored{};
+    RunCatching(ignored, [this] {
+        context_.List.Commit();
+        return true;
+    });
+    context_.AllocationLock.Release();
+}
+
+void ResizeLocks::Take(uint32_t group) {
+    if (group != kHeaderGroup) {
+        slots_[taken_].Lock.Lock(group, true);
+        slots_[taken_++].Group = group;
+    }
+}
+
+void ResizeLocks::Release(uint32_t group) {
+    for (Slot& slot : slots_) {
+        if (slot.Group == group) {
+            slot.Lock.Release();
+        }
+    }
+}
+
+uint32_t HashRecord(InputCursor& input) {
+    input.ReadRecordHeader();
+    KeyHash hash;
+    for (uint32_t left = input.Record.KeyLength; left > 0;) {
+        input.LeaveUsedUpFrame();
+        const uint32_t run = std::min(left, input.LeftInFrame());
+        for (uint32_t i = 0; i < run; ++i) {
+            hash.Take(input.Here()[i]);
+        }
+        input.Place.Position += run;
+        left -= run;
+    }
+    return hash.Value();
+}
+
+void FlushAfterResize(OperationContext& context) {
+    FlushAfterUpdate(context);
+    if (!context.Settings().FlushAllUpdates && context.Settings().FlushFileSizeUpdates) {
+        FlushIfModified(context, WhichFile::Primary);
+    }
+}
+
+}  // namespace qx

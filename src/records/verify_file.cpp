@@ -1,0 +1,159 @@
+#include <optional>
+
+#include "records/group_rule.h"
+#include "records/verify.h"
+#include "storage/layout/free_list_frame.h"
+#include "storage/operation_context.h"
+#include "storage/select_hold.h"
+
+namespace qx {
+
+namespace {
+
+void Report(VerificationReport& report, Problem problem) {
+    report.Number(static_cast<uint32_t>(problem));
+}
+
+// What the free-frame list holds.
+struct ListMeasures {
+    uint32_t Frames = 1;
+    uint64_t Entries = 1;
+    uint32_t HighWater = 1;
+};
+
+// Gives the select hold up again unless the file was found to be good.
+class CheckHold {
+  public:
+    explicit CheckHold(FileCall& call) : call_(call) { TakeSelectHold(call); }
+    ~CheckHold() {
+        if (!kept_) {
+            ReleaseSelectHold(call_);
+        }
+    }
+    CheckHold(const CheckHold&) = delete;
+    CheckHold& operator=(const CheckHold&) = delete;
+
+    void Keep() { kept_ = true; }
+
+  private:
+    FileCall& call_;
+    bool kept_ = false;
+};
+
+// Runs `read` and returns the code that it failed with, if it is one of the two that tell of damage.
+template <class Read>
+std::optional<Code> DamageOf(Read&& read) {
+    FirstFailure failure;
+    if (failure.Run(read)) {
+        return std::nullopt;
+    }
+    const auto code = static_cast<Code>(failure.Status().Code);
+    if (code != Code::ReadFailed && code != Code::OpenFailed && code != Code::BadFrameHeader) {
+        failure.RaiseIfAny();
+    }
+    return code;
+}
+
+void ReportHeaderDamage(const OpenFile& file, Code damage, VerificationReport& problem) {
+    if (damage == Code::BadFrameHeader) {
+        Report(problem, Problem::PrimaryHeader);
+        problem.Number(0);
+    } else {
+        Report(problem, Problem::Unreadable);
+        problem.Text(file.PathOf(WhichFile::Primary));
+    }
+}
+
+// Walks the list frames; false when there is a problem with one.
+bool CheckList(OperationContext& context, uint32_t overflowFrames, ListMeasures& measures,
+               VerificationReport& problem) {
+    const auto fail = [&](Problem kind, uint32_t frame) {
+        Report(problem, kind);
+        problem.Number(frame);
+        return false;
+    };
+    context.AllocationLock.Lock(kOverflowAllocation, true);
+    uint8_t* buffer = context.Buffer(3);
+    const FreeListFrame list(buffer);
+    const uint32_t capacity = (context.File.FrameSize - 7) / 4;
+    measures = {0, 0, 1};
+    uint32_t frame = 0;
+    do {
+        const std::optional<Code> damage = DamageOf(
+            [&] { ReadFrame(context, WhichFile::Overflow, frame, context.File.FrameSize, ShortRead::Fail, buffer); });
+        if (damage) {
+            return fail(*damage == Code::BadFrameHeader ? Problem::OverflowHeader : Problem::ListUnreadable, frame);
+        }
+        if (list.Count() > capacity || !list.IsDescending() || ++measures.Frames > overflowFrames) {
+            return fail(Problem::ListOrder, frame);
+        }
+        if (frame == 0) {
+            measures.HighWater = list.Entry(0);
+        }
+        measures.Entries += list.Count();
+        frame = list.Next();
+    } while (frame != 0);
+    return true;
+}
+
+uint32_t OverflowFrames(OperationContext& context) {
+    uint32_t frames = 0;
+    const std::optional<Code> missing = DamageOf([&] { context.AttachOverflow(OverflowAttachment::Missing::Fail); });
+    if (missing || !OsGetSize(context.HandleOf(WhichFile::Overflow), context.File.FrameSize, &frames)) {
+        return 0;
+    }
+    return frames;
+}
+
+void WriteStatistics(OpenFile& file, uint32_t primaryFrames, uint32_t overflowFrames, const ListMeasures& list,
+                     VerificationReport& report) {
+    const ModuloSplit split(file.Modulo);
+    const RunningCounts::Values running = file.Counts.Running();
+    const uint64_t frameSize = file.FrameSize;
+    report.Number(file.Modulo).Number(frameSize).Number(file.Group0HeaderSize);
+    report.Number(primaryFrames * frameSize).Number(overflowFrames * frameSize);
+    report.Number(split.Level).Number(split.Multiplier).Number(split.Remainder);
+    report.Number(file.SizeLock).Number(running.RecordCount).Number(running.Alpha);
+    report.Number(list.Frames).Number(1 + list.Entries - list.Frames).Number(list.HighWater);
+}
+
+// Under the hold, so that the number of groups and the file's length belong together. False when there is a problem.
+bool CheckHeldFile(FileCall& call, Verification& result) {
+    OpenFile& file = *call.File;
+    OperationContext context(file, call.Levels);
+    const std::optional<Code> damage = DamageOf([&] { ReadHeader(context, HeaderAccess::Shared); });
+    if (damage) {
+        ReportHeaderDamage(file, *damage, result.Problem);
+        return false;
+    }
+    uint32_t frames = 0;
+    if (!OsGetSize(context.HandleOf(WhichFile::Primary), file.FrameSize, &frames) || frames != file.Modulo) {
+        Report(result.Problem, Problem::PrimaryLength);
+        result.Problem.Number(uint64_t{frames} * file.FrameSize).Number(file.Modulo).Number(file.FrameSize);
+        return false;
+    }
+    const uint32_t overflowFrames = OverflowFrames(context);
+    ListMeasures list;
+    if (overflowFrames > 0 && !CheckList(context, overflowFrames, list, result.Problem)) {
+        return false;
+    }
+    WriteStatistics(file, frames, overflowFrames, list, result.Statistics);
+    return true;
+}
+
+}  // namespace
+
+void CheckFile(FileCall& call, Verification& result) {
+    std::optional<PrimaryAttachment> attachment;
+    const std::optional<Code> damage = DamageOf([&] { attachment.emplace(*call.File); });
+    if (damage) {
+        ReportHeaderDamage(*call.File, *damage, result.Problem);
+        return;
+    }
+    CheckHold hold(call);
+    if (CheckHeldFile(call, result)) {
+        hold.Keep();
+    }
+}
+
+}  // namespace qx
