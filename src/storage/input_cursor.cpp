@@ -26,7 +26,6 @@ bool InputCursor::ReadPrimaryFrame(ShortRead shortRead) {
     KeyListBytes = 0;
     GroupBytes = uint64_t{Buffer[0]} + 1;
     Place = {WhichFile::Primary, Group, Buffer[0]};
-    framesTaken_ = 0;
     return true;
 }
 
@@ -41,14 +40,15 @@ void InputCursor::MoveTo(uint32_t overflowFrame) {
     if (overflowFrame == 0) {
         FailGroup(Code::RecordTruncated, Counter::GfeRecordTruncatedErrors);
     }
-    if (!context_.OverflowHolds(++framesTaken_)) {
+    const uint32_t framesTaken = Place.FramesTaken + 1;
+    if (!context_.OverflowHolds(framesTaken)) {
         FailGroup(Code::FrameLink, Counter::GfeLinkErrors);
     }
     ReadFrame(context_, WhichFile::Overflow, overflowFrame, frameSize_, ShortRead::Fail, Buffer);
     if (OwnerGroup(Buffer) != Group) {
         FailGroup(Code::FrameLink, Counter::GfeLinkErrors);
     }
-    Place = {WhichFile::Overflow, overflowFrame, kOverflowHeaderLength};
+    Place = {WhichFile::Overflow, overflowFrame, kOverflowHeaderLength, framesTaken};
 }
 
 void InputCursor::GoTo(const FramePlace& place) {

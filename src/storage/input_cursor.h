@@ -20,6 +20,7 @@ struct FramePlace {
     WhichFile File = WhichFile::Primary;
     uint32_t Frame = 0;
     uint32_t Position = 0;
+    uint32_t FramesTaken = 0;  // overflow frames that the walk along the chain took to get here
 };
 
 // The two numbers that begin a record.
@@ -105,7 +106,6 @@ class InputCursor {
 
     OperationContext& context_;
     const uint32_t frameSize_;
-    uint32_t framesTaken_ = 0;  // overflow frames visited in this walk along the chain
 };
 
 }  // namespace qx
