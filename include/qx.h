@@ -195,6 +195,8 @@ QX_API int32_t QXWriteRecord(uint32_t file, uint32_t key, uint32_t record, Statu
 QX_API int32_t QXDeleteRecord(uint32_t file, uint32_t key, StatusRecord* status);
 
 /* The keys of the next or previous group, each followed by the handle's delimiter, into the buffer object `keyList`.
+ * A group of a local file extends the buffer whenever a key does not fit, and then by this key alone: a callback that
+ * grants what is asked for and no more learns where each key ends, be the delimiter part of it or not.
  * The number of groups stays as it is until the walk ends, which it does with 111, with any other failure and with
  * QXClearSelect. Fails with 1001, 160, 1028 and with what reading can fail with. */
 QX_API int32_t QXReadNextKeyIdGroup(uint32_t file, uint32_t keyList, StatusRecord* status);

@@ -34,6 +34,7 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 namespace qx {
 
@@ -64,10 +65,64 @@ class QX_API Error : public std::runtime_error {
 /// process that use this header share one table of buffers.
 namespace face_detail QX_API {
 
-/// What a buffer object stands for during one call: bytes to be read (Target is null) or a string to be filled.
+/// A list of keys as the library fills it. Each key is followed by the delimiter, which keys may hold as well; but a
+/// list of a local file is extended key by key, so that the lengths asked for tell where each key ends. A list that
+/// comes as a whole, as from a server, has to be cut at its delimiters.
+class KeyList {
+  public:
+    void Clear() noexcept {
+        ends_.clear();
+        comesAsAWhole_ = false;
+        taken_ = begin_ = 0;
+        bytes_.clear();
+    }
+
+    /// Grants no more than is asked for, so that the next key asks again. Throws std::bad_alloc.
+    std::string& Extend(std::uint32_t length) {
+        bytes_.resize(length);
+        ends_.push_back(length);
+        return bytes_;
+    }
+
+    /// Throws std::bad_alloc.
+    std::string& Allocate(std::uint32_t length) {
+        bytes_.resize(length);
+        comesAsAWhole_ = true;
+        return bytes_;
+    }
+
+    /// False when no key is left. The key is valid until the list is cleared.
+    bool TakeNext(char delimiter, std::string_view& key) noexcept {
+        if (begin_ == bytes_.size()) {
+            return false;
+        }
+        std::size_t next = bytes_.size();
+        std::size_t end = next;
+        if (!comesAsAWhole_) {
+            next = ends_[taken_++];
+            end = next - 1;
+        } else if (const std::size_t found = bytes_.find(delimiter, begin_); found != std::string::npos) {
+            next = found + 1;
+            end = found;
+        }
+        key = std::string_view(bytes_).substr(begin_, end - begin_);
+        begin_ = next;
+        return true;
+    }
+
+  private:
+    std::string bytes_;
+    std::vector<std::size_t> ends_;  // of the keys with their delimiters
+    bool comesAsAWhole_ = false;
+    std::size_t taken_ = 0;  // keys
+    std::size_t begin_ = 0;  // in bytes_, of the next key
+};
+
+/// What a buffer object stands for during one call: a string or a list to be filled, or else bytes to be read.
 struct Slot {
     std::string_view Bytes;
     std::string* Target = nullptr;
+    KeyList* Keys = nullptr;
 };
 
 /// The buffer objects of one thread; no call needs more at once. A thread's slots lie apart from those of others, so
@@ -160,8 +215,9 @@ class CallBuffers {
   public:
     CallBuffers() : block_(ThreadBlock()) {}
 
-    std::uint32_t Input(std::string_view bytes) noexcept { return Take({bytes, nullptr}); }
-    std::uint32_t Output(std::string& target) noexcept { return Take({{}, &target}); }
+    std::uint32_t Input(std::string_view bytes) noexcept { return Take({bytes, nullptr, nullptr}); }
+    std::uint32_t Output(std::string& target) noexcept { return Take({{}, &target, nullptr}); }
+    std::uint32_t Output(KeyList& keys) noexcept { return Take({{}, nullptr, &keys}); }
 
   private:
     std::uint32_t Take(Slot slot) noexcept {
@@ -180,12 +236,29 @@ inline std::int32_t RefuseBuffer(StatusRecord* status, std::uint32_t code) noexc
     return 0;
 }
 
+/// Makes room in a string. What `extend` hands over besides is what the string has allocated anyway: reports grow piece
+/// by piece, and that makes it cheap.
+inline std::string& MakeRoom(std::string& target, std::uint32_t operation, std::uint32_t length) {
+    if (operation == 2) {
+        target.resize(length);
+    } else if (target.size() < length) {
+        target.resize(length);
+        target.resize(target.capacity());
+    }
+    return target;
+}
+
+inline std::string& MakeRoom(KeyList& keys, std::uint32_t operation, std::uint32_t length) {
+    return operation == 2 ? keys.Allocate(length) : keys.Extend(length);
+}
+
 /// The BufferCallback of every qx::Session. Refuses (160) when there is no memory, and (1002) what 32 bits cannot
 /// measure.
 inline std::int32_t ServeBuffer(std::uint32_t operation, std::uint32_t buffer, std::uint32_t length,
                                 std::uint32_t* outLength, void** outAddress, StatusRecord* status) noexcept {
     const Slot* slot = bufferTable.Find(buffer);
-    if (slot == nullptr || operation > 2 || (operation != 0 && slot->Target == nullptr)) {
+    const bool isFilled = slot != nullptr && (slot->Target != nullptr || slot->Keys != nullptr);
+    if (slot == nullptr || operation > 2 || (operation == 0 ? slot->Keys != nullptr : !isFilled)) {
         return RefuseBuffer(status, 160);
     }
     if (operation == 0) {
@@ -197,21 +270,15 @@ inline std::int32_t ServeBuffer(std::uint32_t operation, std::uint32_t buffer, s
         *outAddress = const_cast<char*>(bytes.empty() ? "" : bytes.data());
         return 1;
     }
-    std::string& target = *slot->Target;
     try {
-        if (operation == 2) {
-            target.resize(length);
-        } else if (target.size() < length) {
-            // A list grows key by key: handing over what the string has allocated anyway makes that cheap.
-            target.resize(length);
-            target.resize(target.capacity());
-        }
+        std::string& filled = slot->Keys != nullptr ? MakeRoom(*slot->Keys, operation, length)
+                                                    : MakeRoom(*slot->Target, operation, length);
+        *outLength = static_cast<std::uint32_t>(filled.size() < UINT32_MAX ? filled.size() : UINT32_MAX);
+        *outAddress = filled.data();
+        return 1;
     } catch (...) {
         return RefuseBuffer(status, 160);
     }
-    *outLength = static_cast<std::uint32_t>(target.size() < UINT32_MAX ? target.size() : UINT32_MAX);
-    *outAddress = target.data();
-    return 1;
 }
 
 inline void Check(std::int32_t result, const StatusRecord& status) {
@@ -356,7 +423,7 @@ struct CreateSettings {
 /// look like a list of none.
 struct OpenSettings {
     bool ReadOnly = false;                ///< the handle refuses changes (102)
-    char SelectDelimiter = '\xFE';        ///< byte after each key of a key list; a zero byte stands for 0xFE
+    char SelectDelimiter = '\xFE';        ///< byte after each key of a list that comes as a whole; 0: 0xFE
     std::uint32_t SelectMinimumSize = 0;  ///< bytes of keys that a forward walk gathers at a time; 0: one group
 
     operator OpenOptions() const noexcept {
@@ -384,10 +451,12 @@ struct HeaderValues {
 /// The keys of a file, group by group, as a range: `for (std::string_view key : file.Keys())`. A key is valid until the
 /// next one is asked for. Made by File::Keys and File::ReverseKeys.
 ///
-/// The library hands keys over as lists in which each key is followed by the handle's delimiter, and says nothing of
-/// their lengths. A key that holds the delimiter byte therefore comes out as two or more keys, none of which may exist;
-/// the range cannot tell. Where keys may hold 0xFE, open the file with a SelectDelimiter that they do not hold, or, if
-/// there is no such byte, read every key that comes out before believing in it.
+/// Keys are any bytes. Only from a server, whose lists come as a whole, a key that holds the handle's delimiter comes
+/// out as two or more keys, none of which may exist; there, open the file with a SelectDelimiter that its keys do not
+/// hold.
+///
+/// Records may be read, written and deleted meanwhile, with the keys that come out too: those of a group are taken when
+/// the walk reaches it. A record that is there all the time comes out once.
 ///
 /// The number of groups stays as it is until the walk ends, which it does at the end of the range, with a failure (as
 /// thrown by begin and by ++: 1001, 160 and what reading can fail with) and when this object goes. A file handle has
@@ -428,8 +497,7 @@ class KeyWalk {
     Iterator begin() {
         StatusRecord status{};
         face_detail::Check(QXClearSelect(file_, &status), status);
-        list_.clear();
-        position_ = 0;
+        list_.Clear();
         ended_ = false;
         Advance();
         return Iterator(*this);
@@ -443,9 +511,8 @@ class KeyWalk {
     KeyWalk(std::uint32_t file, char delimiter, Step step) noexcept : step_(step), file_(file), delimiter_(delimiter) {}
 
     void Advance() {
-        while (position_ == list_.size()) {
-            position_ = 0;
-            list_.clear();
+        while (!list_.TakeNext(delimiter_, key_)) {
+            list_.Clear();
             StatusRecord status{};
             face_detail::CallBuffers buffers;
             const std::int32_t result = step_(file_, buffers.Output(list_), &status);
@@ -455,17 +522,13 @@ class KeyWalk {
                 return;
             }
         }
-        const std::size_t end = list_.find(delimiter_, position_);
-        key_ = std::string_view(list_).substr(position_, end - position_);
-        position_ = end == std::string::npos ? list_.size() : end + 1;
     }
 
     Step step_;
     std::uint32_t file_;
     char delimiter_;
     bool ended_ = true;
-    std::string list_;
-    std::size_t position_ = 0;  // in list_, behind key_
+    face_detail::KeyList list_;
     std::string_view key_;
 };
 
@@ -585,8 +648,8 @@ class File {
         return group;
     }
 
-    /// Every key, from the first group to the last, in the order in which the groups hold them. See KeyWalk for keys
-    /// that hold the delimiter. The range must not outlive this object, nor see it moved.
+    /// Every key, from the first group to the last, in the order in which the groups hold them. The range must not
+    /// outlive this object.
     KeyWalk Keys() { return KeyWalk(handle_.Get(), delimiter_, QXReadNextKeyIdGroup); }
 
     /// The same from the last group to the first; the order within a group is that of Keys().

@@ -6,7 +6,9 @@
 #include <gtest/gtest.h>
 #include <qx.hpp>
 #include <string>
+#include <string_view>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "support/test_library.h"
@@ -52,6 +54,32 @@ TEST(FaceBuffers, AListKeepsItsBytesWhileItGrows) {
     EXPECT_LT(extensions, 20);
     ASSERT_EQ(Serve(2, buffer, 10'000).Result, 1);
     EXPECT_EQ(list, expected);
+}
+
+TEST(FaceBuffers, AListThatComesAsAWholeIsCutAtItsDelimiters) {
+    using Keys = std::vector<std::string>;
+    const std::pair<std::string, Keys> cases[] = {{"", {}},
+                                                  {"a\xFE", {"a"}},
+                                                  {"a\xFE\xFE"
+                                                   "bc\xFE",
+                                                   {"a", "", "bc"}},
+                                                  {"a\xFE"
+                                                   "b",
+                                                   {"a", "b"}}};
+    qx::face_detail::KeyList list;
+    for (const auto& [bytes, expected] : cases) {
+        list.Clear();
+        CallBuffers buffers;
+        const Served served = Serve(2, buffers.Output(list), static_cast<std::uint32_t>(bytes.size()));
+        ASSERT_EQ(served.Result, 1);
+        std::copy(bytes.begin(), bytes.end(), static_cast<char*>(served.Address));
+        Keys keys;
+        std::string_view key;
+        while (list.TakeNext('\xFE', key)) {
+            keys.emplace_back(key);
+        }
+        EXPECT_EQ(keys, expected);
+    }
 }
 
 TEST(FaceBuffers, NonsenseIsRefused) {

@@ -3,11 +3,13 @@
 #include <concepts>
 #include <cstdint>
 #include <gmock/gmock.h>
+#include <map>
 #include <optional>
 #include <qx.hpp>
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "face/allocation_watch.h"
 #include "support/test_library.h"
@@ -116,6 +118,91 @@ TEST_F(Face, WhatIsTooLongFor32BitsIsRefused) {
     EXPECT_EQ(CodeOf([&] { file.Write("key", endless); }), 1002u);
     EXPECT_EQ(CodeOf([&] { session_.OpenFile(endless); }), 1002u);
     EXPECT_EQ(file.Header().RecordCount, 0u);
+}
+
+// Keys that look like several keys or like none, one that ends where a list does, and a record each over several
+// frames.
+std::map<std::string, std::string> HostileRecords() {
+    std::map<std::string, std::string> records;
+    for (int byte = 0; byte < 256; ++byte) {
+        const std::string one(1, static_cast<char>(byte));
+        for (const std::string& key : {one, one + one, "a" + one, one + "b\xFE", "\xFE" + one}) {
+            records[key] = std::string(static_cast<std::size_t>(byte) * 20, static_cast<char>(byte));
+        }
+    }
+    records[""] = "of the empty key";
+    records[std::string(5000, '\xFE')] = "";
+    return records;
+}
+
+std::vector<std::string> KeysOf(qx::KeyWalk walk) {
+    std::vector<std::string> keys;
+    for (const std::string_view key : walk) {
+        keys.emplace_back(key);
+    }
+    return keys;
+}
+
+TEST_F(Face, AWalkYieldsEveryKeyOnceWhateverItsBytes) {
+    const std::map<std::string, std::string> records = HostileRecords();
+    std::vector<std::string> expected;
+    for (const auto& [key, record] : records) {
+        expected.push_back(key);
+    }
+    for (const qx::CreateSettings settings : {qx::CreateSettings{}, {.Modulo = 1, .SizeLock = 2}, {.Modulo = 5000}}) {
+        qx::File file = Make("modulo" + std::to_string(settings.Modulo) + std::to_string(settings.SizeLock), settings);
+        EXPECT_THAT(KeysOf(file.Keys()), testing::IsEmpty());
+        EXPECT_THAT(KeysOf(file.ReverseKeys()), testing::IsEmpty());
+        for (const auto& [key, record] : records) {
+            file.Write(key, record);
+        }
+        EXPECT_THAT(KeysOf(file.Keys()), testing::UnorderedElementsAreArray(expected));
+        EXPECT_THAT(KeysOf(file.ReverseKeys()), testing::UnorderedElementsAreArray(expected));
+        EXPECT_TRUE(file.Header().RecordCount == records.size());
+    }
+}
+
+TEST_F(Face, AWalkCanBeBrokenOffStartedAgainAndTakeItsRecordsAway) {
+    qx::File file = Make("A", {.Modulo = 20, .SizeLock = 2});
+    for (int i = 0; i < 200; ++i) {
+        file.Write(std::to_string(i), "x");
+    }
+    qx::KeyWalk walk = file.Keys();
+    const std::string first(*walk.begin());
+    EXPECT_EQ(*walk.begin(), first);
+    std::uint32_t last = 0;
+    for (const std::string_view key : file.Keys()) {
+        const std::uint32_t group = file.GroupNumber(key);
+        EXPECT_GE(group, last);
+        last = group;
+        EXPECT_TRUE(file.Delete(key));
+        if (group == 10) {
+            break;
+        }
+    }
+    std::uint32_t left = 0;
+    for (const std::string_view key : file.ReverseKeys()) {
+        EXPECT_GE(file.GroupNumber(key), 10u);
+        left += file.Delete(key) ? 1 : 0;
+    }
+    EXPECT_GT(left, 0u);
+    EXPECT_EQ(file.Header().RecordCount, 0u);
+}
+
+TEST_F(Face, AFailedWalkIsTold) {
+    qx::File file = Make("A");
+    file.Write(std::string(50'000, 'k'), "x");
+    file.Write("key", "x");
+    {
+        const qx_test::MemoryShortage shortage(50'000);
+        EXPECT_EQ(CodeOf([&] { KeysOf(file.Keys()); }), 160u);
+    }
+    EXPECT_THAT(KeysOf(file.Keys()), testing::SizeIs(2));
+    qx::Session small(library_, {.MaximumRecordSize = 1000});
+    qx::File limited = small.OpenFile(Name("A"));
+    EXPECT_EQ(CodeOf([&] { KeysOf(limited.Keys()); }), 1001u);
+    file.Close();
+    EXPECT_EQ(CodeOf([&] { KeysOf(file.Keys()); }), 1100u);
 }
 
 TEST_F(Face, AnErrorCarriesTheStatusAndItsMessage) {
