@@ -1,4 +1,5 @@
 """The command line itself: help, wrong use, messages and exit statuses that all commands share."""
+import json
 import os
 import subprocess
 import unittest
@@ -25,7 +26,9 @@ class CommandLine(ToolCase):
         self.qx("create", "A")
         for arguments in [[], ["bogus"], ["get"], ["get", "A"], ["get", "A", "k", "--bogus"], ["put", "A", "k", "f", "-x"],
                           ["delete", "A"], ["group", "A"], ["header"], ["header", "A", "B"], ["import"],
-                          ["import", "A", "-", "B"], ["create", "A", "B"], ["create", "B", "--modulo", "many"]]:
+                          ["import", "A", "-", "B"], ["create", "A", "B"], ["create", "B", "--modulo", "many"],
+                          ["create", "B", "--for", "5"], ["create", "B", "--record-bytes", "5"],
+                          ["create", "B", "--for", "5", "--record-bytes", "5", "--modulo", "3"]]:
             result = self.qx(*arguments, status=WRONG_USE)
             self.assertTrue(result.err.startswith("qx: "), result.err)
             self.assertRegex(result.err, r"\nTry 'qx( \w+)? --help'\.\n\Z")
@@ -76,6 +79,17 @@ class CommandLine(ToolCase):
         self.qx("create", "[list]")
         self.qx("put", "[list]", "k", "f")
         self.assertTrue(os.path.exists(self.path("[list].LK")))
+
+    def test_create_chooses_the_shape_for_what_is_to_come(self):
+        for records, size, options, shape in [(10_000, 20, [], (1024, 282)), (100_000, 500, [], (8192, 7_721)),
+                                              (1_000, 5_000, ["--threshold", "128"], (65536, 153)),
+                                              (3_000, 9_000, ["--version", "110"], (32768, 1_035)), (1, 1, [], (1024, 1))]:
+            name = f"A{records}"
+            out = self.qx("create", name, "--for", str(records), "--record-bytes", str(size), *options).out
+            self.assertRegex(out, rf"\A{name}: {shape[1]:,} groups? of {shape[0]:,} bytes; with {records:,} records? a read "
+                                  r"will visit 1\.[0-3] frames on average\n\Z")
+            header = json.loads(self.qx("header", name, "--json").out)
+            self.assertEqual((header["frameSize"], header["modulo"]), shape)
 
     def test_create_says_what_it_adjusts_and_refuses_the_rest(self):
         result = self.run_tool("create", "A", "--frame-size", "10", "--threshold", "999")

@@ -6,6 +6,8 @@
 #include "arguments.h"
 #include "command.h"
 #include "messages.h"
+#include "number_text.h"
+#include "sizing.h"
 
 namespace qx::tool {
 
@@ -13,7 +15,10 @@ namespace {
 
 struct Settings {
     CLI::Option* File = nullptr;
+    CLI::Option* For = nullptr;
     CreateSettings Create;
+    std::uint32_t Records = 0;
+    std::uint32_t RecordBytes = 0;
 };
 
 /// The library would do the same without a word.
@@ -26,7 +31,19 @@ void Adjust(std::uint32_t& value, std::uint32_t least, std::uint32_t most, const
     }
 }
 
-ExitStatus Create(Settings& settings) {
+/// Chooses frame size and groups for --for, and says so.
+std::string Choose(Settings& settings) {
+    CreateSettings& create = settings.Create;
+    const Sizing sizing =
+        Advise({settings.Records, StoredBytesOf(settings.RecordBytes), create.Threshold, create.Version});
+    create.FrameSize = sizing.FrameSize;
+    create.Modulo = sizing.Modulo;
+    return Counted(sizing.Modulo, "group") + " of " + Counted(sizing.FrameSize, "byte") + "; with " +
+           Counted(settings.Records, "record") + " a read will visit " + OneDecimal(sizing.Visits) +
+           " frames on average";
+}
+
+ExitStatus Create(Settings& settings, Output& output) {
     constexpr std::uint32_t kLargestFrame110 = 65535;
     Adjust(settings.Create.FrameSize, 256, UINT32_MAX, "--frame-size");
     Adjust(settings.Create.Threshold, 25, 255, "--threshold");
@@ -34,12 +51,17 @@ ExitStatus Create(Settings& settings) {
         throw WrongUse("--frame-size: version 110 holds frames of at most 65535 bytes");
     }
     const std::string name = Text(*settings.File);
+    const bool sized = settings.For->count() != 0;
+    const std::string choice = sized ? Choose(settings) : "";
     return OnFile(name, [&] {
         Library library;
         Session session(library);
         session.CreateFile(name, settings.Create);
         session.Close();
         library.Close();
+        if (sized) {
+            output.WriteLine(name + ": " + choice);
+        }
         return ExitStatus::Done;
     });
 }
@@ -51,15 +73,28 @@ Command AddCreateCommand(CLI::App& root) {
     auto settings = std::make_shared<Settings>();
     const CLI::Range positive(std::uint32_t{1}, UINT32_MAX);
     settings->File = AddFileArgument(*app);
-    app->add_option("--modulo", settings->Create.Modulo, "Number of groups to start with")
-        ->check(positive)
-        ->type_name("N")
-        ->capture_default_str();
-    app->add_option("--frame-size", settings->Create.FrameSize,
-                    "Bytes of a frame, at least 256; a group is one frame and, when it is full, further ones")
-        ->check(positive)
-        ->type_name("BYTES")
-        ->capture_default_str();
+    CLI::Option* modulo = app->add_option("--modulo", settings->Create.Modulo, "Number of groups to start with")
+                              ->check(positive)
+                              ->type_name("N")
+                              ->capture_default_str();
+    CLI::Option* frameSize =
+        app->add_option("--frame-size", settings->Create.FrameSize,
+                        "Bytes of a frame, at least 256; a group is one frame and, when it is full, further ones")
+            ->check(positive)
+            ->type_name("BYTES")
+            ->capture_default_str();
+    CLI::Option* recordBytes = app->add_option("--record-bytes", settings->RecordBytes,
+                                               "With --for: bytes of a record, key and data, on average")
+                                   ->check(positive)
+                                   ->type_name("BYTES");
+    settings->For =
+        app->add_option("--for", settings->Records, "Choose groups and frame size for so many records in the end")
+            ->check(positive)
+            ->type_name("RECORDS")
+            ->needs(recordBytes)
+            ->excludes(modulo)
+            ->excludes(frameSize);
+    recordBytes->needs(settings->For);
     app->add_option("--threshold", settings->Create.Threshold,
                     "How full the file gets before a group is added, in 256ths of a frame, 25 to 255")
         ->check(positive)
@@ -75,14 +110,14 @@ Command AddCreateCommand(CLI::App& root) {
         ->type_name("N")
         ->capture_default_str();
     app->footer(
-        "A file that grows by itself may start small; one that is filled in one go is filled faster when it\n"
-        "starts with about as many groups as it needs: the bytes of its records divided by the bytes that the\n"
-        "threshold leaves of a frame.\n\n"
+        "A file adds groups by itself, but its frame size is for good; with --for it is chosen so that reading\n"
+        "stays at about one frame. The groups are chosen so that the file need not add many.\n\n"
         "Examples:\n"
         "  qx create CUST\n"
+        "  qx create CUST --for 1000000 --record-bytes 120\n"
         "  qx create CUST --modulo 2003 --frame-size 4096\n"
         "  qx create CUST --modulo 101 --size-lock 2");
-    return {app, [settings](Output&) { return Create(*settings); }};
+    return {app, [settings](Output& output) { return Create(*settings, output); }};
 }
 
 }  // namespace qx::tool
