@@ -125,7 +125,8 @@ void Quiesce(FileCall& call, PrimaryClaim& claim) {
         } else if (HasUnstoredCounts(file)) {
             claim.Release();
             StoreCounts(call, failure);
-            if (thePlatform.Clock->MonotonicMilliseconds() - start > uint64_t{kDefaultGroupLockTimeout} * 1000) {
+            if (thePlatform.Clock->MonotonicMilliseconds() - start >
+                uint64_t{call.Settings().GroupLockTimeout} * 1000) {
                 failure.RaiseIfAny();
             }
         } else {

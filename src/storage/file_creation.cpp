@@ -103,7 +103,8 @@ void CreateHashedFile(OpenFile& file, const FileHeader& header, const CounterLev
     }
     {
         WorkArea frame(header.FrameSize);
-        WriteGroups(primary.Handle(), header, settings.FillCharacter, frame.Bytes(), levels);
+        const auto fill = static_cast<uint8_t>(settings.FillCharacter);
+        WriteGroups(primary.Handle(), header, fill, frame.Bytes(), levels);
     }
     if ((settings.FlushAllUpdates || settings.FlushFileSizeUpdates) && !OsFlush(primary.Handle())) {
         levels.CountWork(Counter::WriteErrors);

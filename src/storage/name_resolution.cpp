@@ -53,7 +53,7 @@ ResolvedFile::ResolvedFile(SessionRecord& session, uint32_t sessionHandle, uint3
     if (exists != (expected == Existence::MustExist)) {
         Raise(exists ? Code::FileExists : Code::FileNotFound, Number(WhichFile::Primary));
     }
-    VolumeRecord& volume = VolumeOf(path->Volume());
+    VolumeRecord& volume = VolumeOf(path->Volume(), path->RootLength);
     Use = &UseVolume(session, sessionHandle, volume);
     struct LeaveOnFailure {
         ResolvedFile& Of;

@@ -16,7 +16,7 @@ enum class Existence : uint8_t { MustExist, MustNotExist };
 class ResolvedFile {
   public:
     // Under the API mutex. Raises the status of the buffer callback, 1000, 1005, 1006 for the name, 230 or 231 for a
-    // file that exists and must not or the other way round, 1029, 1015.
+    // file that exists and must not or the other way round, 1029, 1015, 107, 1019.
     ResolvedFile(SessionRecord& session, uint32_t sessionHandle, uint32_t nameBuffer, Existence expected);
     ~ResolvedFile();
     ResolvedFile(const ResolvedFile&) = delete;

@@ -41,7 +41,7 @@ class OperationContext {
     bool OverflowHolds(uint64_t frames);
 
     const VolumeSettings& Settings() const { return File.Volume.Settings; }
-    uint8_t FillCharacter() const { return Settings().FillCharacter; }
+    uint8_t FillCharacter() const { return static_cast<uint8_t>(Settings().FillCharacter); }
     OsHandle HandleOf(WhichFile file) const { return File.Part(file).Cached.Handle; }
 
     // The slot in which locks on `group` are held.

@@ -5,6 +5,8 @@
 
 #include "runtime/library_record.h"
 #include "runtime/session_record.h"
+#include "runtime/status.h"
+#include "volume/parameter_file.h"
 
 namespace qx {
 
@@ -15,13 +17,18 @@ NameTree<VolumeRecord>& Volumes() {
     return *volumes;
 }
 
-VolumeRecord& VolumeOf(std::string_view name) {
+VolumeRecord& VolumeOf(std::string_view name, size_t rootLength) {
     const auto found = Volumes().find(name);
     if (found != Volumes().end()) {
         return *found->second;
     }
+    Parameters parameters;
+    parameters.Settings.FillCharacter = theLibrary.FillCharacter;
+    parameters.Settings.GroupLockTimeout = theLibrary.GroupLockTimeout;
+    ReadParameterFile(name, rootLength, parameters);
     OwnedRecord<VolumeRecord> volume(theRecordHeap.Make<VolumeRecord>(name));
-    volume->Settings.FillCharacter = static_cast<uint8_t>(theLibrary.FillCharacter);
+    volume->Settings = parameters.Settings;
+    volume->Server = std::move(parameters.Server);
     Volumes().emplace(volume->Name, volume.get());
     theProcessCounters.Enter(Counter::ActiveVolumes, Counter::PeakActiveVolumes);
     theProcessCounters.Increment(Counter::AddVolumes);
@@ -29,6 +36,9 @@ VolumeRecord& VolumeOf(std::string_view name) {
 }
 
 VolumeUse& UseVolume(SessionRecord& session, uint32_t sessionHandle, VolumeRecord& volume) {
+    if (volume.Settings.ServerOnly) {
+        Raise(Code::ServerOnly);
+    }
     for (VolumeUse* use = session.VolumeUses; use != nullptr; use = use->NextOfSession) {
         if (use->Volume == &volume) {
             return *use;

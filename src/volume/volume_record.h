@@ -10,6 +10,7 @@
 #include "runtime/counters.h"
 #include "runtime/handle_list.h"
 #include "runtime/record_heap.h"
+#include "volume/parameter_text.h"
 
 namespace qx {
 
@@ -22,20 +23,13 @@ template <class Record>
 using NameTree =
     std::map<std::string_view, Record*, std::less<>, RecordHeapAllocator<std::pair<const std::string_view, Record*>>>;
 
-struct VolumeSettings {
-    bool ReadOnly = false;              // nothing on the volume may be changed
-    bool FlushFileSizeUpdates = false;  // flush a file whenever its size changes
-    bool FlushAllUpdates = false;       // flush a file after every update
-    uint8_t FillCharacter = 0;          // what the free space of frames is filled with
-    uint32_t MaximumRecordSize = 0;     // bytes; 0: no limit
-};
-
 // One for each volume that the process has used; kept until the library stops.
 struct VolumeRecord {
     explicit VolumeRecord(std::string_view name) : Name(name) {}
 
     const std::string Name;  // the directory's canonical path, with a separator at its end
     VolumeSettings Settings;
+    ServerEntries Server;
     VolumeUse* Uses = nullptr;  // the sessions that use the volume
     NameTree<OpenFile> Files;
     CounterSet Counters;
@@ -53,10 +47,11 @@ struct VolumeUse {
 // The process's volumes; changed only under the API mutex.
 NameTree<VolumeRecord>& Volumes();
 
-// The record of a volume, made if this is its first use in the process. Raises 1015.
-VolumeRecord& VolumeOf(std::string_view name);
+// The record of a volume, made and its parameters read if this is its first use in the process. Directories whose names
+// are shorter than `rootLength` are not searched for them. Raises 1015, 1029, 107.
+VolumeRecord& VolumeOf(std::string_view name, size_t rootLength);
 
-// The session's use of the volume, begun if there is none. Raises 1015.
+// The session's use of the volume, begun if there is none. Raises 1015, 1019.
 VolumeUse& UseVolume(SessionRecord& session, uint32_t sessionHandle, VolumeRecord& volume);
 
 // Ends the use if the session has no file on the volume any more.
