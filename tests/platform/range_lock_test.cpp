@@ -114,7 +114,7 @@ TEST_F(RangeLock, TimeLimit) {
     EXPECT_EQ(lock(5), SystemError::InUse);
     EXPECT_GT(time.Elapsed(), 5000U);
     EXPECT_LE(time.Elapsed(), 5055U);
-    EXPECT_EQ(time.Elapsed(), time.Sleeps() * 55U);
+    EXPECT_GE(time.Sleeps(), 5000 / 55U);
 
     uint32_t left = 3;
     time.DuringSleep = [&] {
