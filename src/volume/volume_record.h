@@ -7,6 +7,8 @@
 #include <string>
 #include <string_view>
 
+#include "locking/byte_lock_table.h"
+#include "locking/lock_file.h"
 #include "runtime/counters.h"
 #include "runtime/handle_list.h"
 #include "runtime/record_heap.h"
@@ -30,6 +32,8 @@ struct VolumeRecord {
     const std::string Name;  // the directory's canonical path, with a separator at its end
     VolumeSettings Settings;
     ServerEntries Server;
+    LockFile Locks;  // filled in when the volume is first used, and again after it was used by nobody
+    ByteLockTable ByteLocks{Locks};
     VolumeUse* Uses = nullptr;  // the sessions that use the volume
     NameTree<OpenFile> Files;
     CounterSet Counters;

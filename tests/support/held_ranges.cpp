@@ -1,0 +1,44 @@
+#include "support/held_ranges.h"
+
+#include <algorithm>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+#include <sys/stat.h>
+
+namespace qx_test {
+
+std::vector<Range> HeldRanges(const std::string& path) {
+    struct stat status {};
+    if (::stat(path.c_str(), &status) != 0) {
+        throw std::runtime_error("no file " + path);
+    }
+    const std::string inode = ':' + std::to_string(status.st_ino);
+    std::vector<Range> ranges;
+    std::ifstream locks("/proc/locks");
+    for (std::string line; std::getline(locks, line);) {
+        std::istringstream words(line);
+        std::string number, kind, advice, mode, process, file;
+        Range range;
+        words >> number >> kind >> advice >> mode >> process >> file >> range.first >> range.second;
+        if (words && mode == "WRITE" && file.ends_with(inode)) {
+            ranges.push_back(range);
+        }
+    }
+    return Joined(std::move(ranges));
+}
+
+std::vector<Range> Joined(std::vector<Range> ranges) {
+    std::sort(ranges.begin(), ranges.end());
+    std::vector<Range> joined;
+    for (const Range& range : ranges) {
+        if (!joined.empty() && range.first <= joined.back().second + 1) {
+            joined.back().second = std::max(joined.back().second, range.second);
+        } else {
+            joined.push_back(range);
+        }
+    }
+    return joined;
+}
+
+}  // namespace qx_test
