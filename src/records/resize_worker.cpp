@@ -12,10 +12,10 @@ constinit ResizeWorker theResizeWorker;
 
 namespace {
 
-// One step for one file; false when nothing was to be done, or nothing could be.
-bool Resize(OpenFile& file) {
+// One step for one file, if one is to be done and can be.
+ResizeOutcome Resize(OpenFile& file) {
     if (file.CallerLocks > 0) {
-        return false;  // attaching would wait for as long as the application likes
+        return ResizeOutcome::Nothing;  // attaching would wait for as long as the application likes
     }
     const PrimaryAttachment attachment(file);
     CounterLevels levels;
@@ -23,21 +23,22 @@ bool Resize(OpenFile& file) {
     levels.File = &file.Counters;
     OperationContext context(file, levels);
     if (file.SelectCount > 0) {
-        return false;
+        return ResizeOutcome::Nothing;
     }
     if (NeedsToExpand(file)) {
-        return Expand(context);
+        return Expand(context) ? ResizeOutcome::Expanded : ResizeOutcome::Nothing;
     }
-    return NeedsToContract(file) && Contract(context);
+    return NeedsToContract(file) && Contract(context) ? ResizeOutcome::Contracted : ResizeOutcome::Nothing;
 }
 
 // What goes wrong in a step is nobody's call to report; the file comes back when its load changes again.
 void Work(void*) {
     ClaimMutex::Node node;
     while (OpenFile* file = theResizeQueue.Next(node)) {
-        StatusRecord ignored{};
-        const bool done = RunCatching(ignored, [&] { return Resize(*file); });
-        theResizeQueue.GiveBack(*file, node, done);
+        FirstFailure ignored;
+        ResizeOutcome outcome = ResizeOutcome::Nothing;
+        ignored.Run([&] { outcome = Resize(*file); });
+        theResizeQueue.GiveBack(*file, node, outcome);
     }
     theResizeQueue.Leave();
 }

@@ -36,9 +36,10 @@ void ResizeQueue::Check(OpenFile& file) {
     }
 }
 
-void ResizeQueue::GiveBack(OpenFile& file, ClaimMutex::Node& node, bool stepDone) {
+void ResizeQueue::GiveBack(OpenFile& file, ClaimMutex::Node& node, ResizeOutcome outcome) {
     const SpinHold hold(lock_);
-    if (stepDone && !file.IsQueued && (NeedsToExpand(file) || NeedsToContract(file))) {
+    if ((outcome == ResizeOutcome::Expanded && NeedsToExpand(file)) ||
+        (outcome == ResizeOutcome::Contracted && NeedsToContract(file))) {
         Append(file);
     }
     file.StructureMutex.Release(node);

@@ -14,6 +14,9 @@ namespace qx {
 bool NeedsToExpand(OpenFile& file);
 bool NeedsToContract(OpenFile& file);
 
+// What the worker has done for a file.
+enum class ResizeOutcome : uint8_t { Nothing, Expanded, Contracted };
+
 // Filled by calls that change a file's load, emptied by the worker. A file is on it at most once.
 class ResizeQueue {
   public:
@@ -28,9 +31,10 @@ class ResizeQueue {
     // the worker is to end. A file whose mutex is taken is dropped from the queue.
     OpenFile* Next(ClaimMutex::Node& node);
 
-    // Gives the file's structure mutex up, and puts the file at the end of the queue if a step was done and another one
-    // is needed.
-    void GiveBack(OpenFile& file, ClaimMutex::Node& node, bool stepDone);
+    // Gives the file's structure mutex up, and puts the file at the end of the queue if it needs another step of the
+    // kind that was done. A step may leave a load that asks for the opposite one; taking that up too could go on for
+    // ever.
+    void GiveBack(OpenFile& file, ClaimMutex::Node& node, ResizeOutcome outcome);
 
     // Called once the worker will call nothing here any more.
     void Leave();
