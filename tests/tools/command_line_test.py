@@ -6,7 +6,7 @@ import unittest
 
 from tool_case import DONE, FAILURE, TOOL, WRONG_USE, ToolCase
 
-COMMANDS = ["create", "import", "compare", "get", "put", "delete", "group", "header", "clear", "drop"]
+COMMANDS = ["create", "import", "compare", "get", "put", "delete", "group", "keys", "header", "clear", "drop"]
 
 
 class CommandLine(ToolCase):

@@ -1,28 +1,8 @@
 #include "arguments.h"
 
-#include <charconv>
-
-#include "command.h"
-#include "messages.h"
+#include "hex.h"
 
 namespace qx::tool {
-
-namespace {
-
-std::string FromHex(const std::string& digits) {
-    std::string bytes;
-    for (std::size_t i = 0; i < digits.size(); i += 2) {
-        unsigned char byte = 0;
-        const char* end = digits.data() + i + 2;
-        if (i + 1 == digits.size() || std::from_chars(digits.data() + i, end, byte, 16).ptr != end) {
-            throw WrongUse(Quoted(digits) + " is no key in hexadecimal: two digits a byte are needed");
-        }
-        bytes += static_cast<char>(byte);
-    }
-    return bytes;
-}
-
-}  // namespace
 
 std::vector<std::string> GuardedArguments(int count, char** arguments) {
     std::vector<std::string> guarded;

@@ -39,6 +39,7 @@ Command AddGetCommand(CLI::App& root);
 Command AddPutCommand(CLI::App& root);
 Command AddDeleteCommand(CLI::App& root);
 Command AddGroupCommand(CLI::App& root);
+Command AddKeysCommand(CLI::App& root);
 Command AddHeaderCommand(CLI::App& root);
 Command AddClearCommand(CLI::App& root);
 Command AddDropCommand(CLI::App& root);

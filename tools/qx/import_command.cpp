@@ -1,11 +1,12 @@
 #include <cstdint>
 #include <memory>
-#include <stdexcept>
+#include <string>
 
 #include "arguments.h"
 #include "command.h"
 #include "hashed_file.h"
 #include "interrupt.h"
+#include "long_job.h"
 #include "messages.h"
 #include "number_text.h"
 #include "progress_line.h"
@@ -22,64 +23,6 @@ struct Settings {
     RecordSourceOptions Source;
 };
 
-/// One import: what it has done so far is true whatever ends it.
-class Import {
-  public:
-    Import(const std::string& name, HashedFile& file, RecordSource& source)
-        : name_(name), file_(file), source_(source) {}
-
-    /// Reads and writes until the input ends, an interrupt comes or something fails.
-    ExitStatus Run() {
-        try {
-            while (!InterruptRequested() && source_.Next()) {
-                file_->Write(source_.Key(), source_.Record());
-                ++imported_;
-                progress_.Show(imported_, source_.Input().BytesRead(), source_.Input().Size());
-            }
-            progress_.Clear();
-            if (InterruptRequested()) {
-                throw Interrupted();
-            }
-            return ExitStatus::Done;
-        } catch (const Interrupted&) {
-            Tell("interrupted");
-        } catch (const Error& error) {
-            Tell(source_.Where() + ": key " + Quoted(source_.Key()) + ": " + name_ + ": " + Describe(error));
-        } catch (const std::runtime_error& error) {
-            Tell(error.what());
-        }
-        return ExitStatus::Failure;
-    }
-
-    std::uint64_t Imported() const noexcept { return imported_; }
-    double Seconds() const { return progress_.Seconds(); }
-
-  private:
-    void Tell(const std::string& reason) {
-        progress_.Clear();
-        Complain(reason);
-    }
-
-    const std::string& name_;
-    HashedFile& file_;
-    RecordSource& source_;
-    ProgressLine progress_;
-    std::uint64_t imported_ = 0;
-};
-
-std::string Summary(const std::string& name, const Import& import, const RecordSource& source, bool complete,
-                    std::uint64_t before, std::uint64_t after) {
-    const double seconds = import.Seconds();
-    const double rate = seconds > 0 ? static_cast<double>(import.Imported()) / seconds : 0;
-    std::string text = name + ": " + Counted(import.Imported(), "record") + (complete ? "" : ", not all,") +
-                       " imported in " + OneDecimal(seconds) + " s (" + Grouped(static_cast<std::uint64_t>(rate)) +
-                       " a second)";
-    if (source.BadLines() != 0) {
-        text += "; " + Counted(source.BadLines(), "bad line") + " passed over";
-    }
-    return text + "; the file holds " + Counted(after, "record") + ", before " + Grouped(before);
-}
-
 ExitStatus Run(const Settings& settings, Output& output) {
     const std::string name = Text(*settings.File);
     return OnFile(name, [&] {
@@ -87,11 +30,27 @@ ExitStatus Run(const Settings& settings, Output& output) {
         const std::uint64_t before = file->Header().RecordCount;
         WatchForInterrupt();
         RecordSource source(settings.Source);
-        Import import(name, file, source);
-        const ExitStatus status = import.Run();
+        ProgressLine progress;
+        std::uint64_t imported = 0;
+        const auto where = [&] { return source.Where() + ": key " + Quoted(source.Key()) + ": " + name; };
+        const ExitStatus status = RunJob(progress, where, [&] {
+            while (source.Next()) {
+                if (InterruptRequested()) {
+                    throw Interrupted();
+                }
+                file->Write(source.Key(), source.Record());
+                ++imported;
+                progress.Show(imported, source.Input().BytesRead(), source.Input().Size());
+            }
+        });
+        const std::string pace = progress.Pace(imported);
         const std::uint64_t after = file->Header().RecordCount;
         file.Close();
-        output.WriteLine(Summary(name, import, source, status == ExitStatus::Done, before, after));
+        output.WriteLine(
+            name + ": " + Counted(imported, "record") + (status == ExitStatus::Done ? "" : ", not all,") +
+            " imported " + pace +
+            (source.BadLines() == 0 ? "" : "; " + Counted(source.BadLines(), "bad line") + " passed over") +
+            "; the file holds " + Counted(after, "record") + ", before " + Grouped(before));
         return status;
     });
 }

@@ -22,8 +22,24 @@ InputStream::InputStream(const std::string& name) : name_(name == "-" ? "standar
         const std::uintmax_t size = std::filesystem::file_size(path, error);
         if (!error) {
             size_ = size;
+            start_ = std::ftell(file_.get());
         }
     }
+}
+
+InputStream InputStream::OfText(const std::string& name, std::string_view text) {
+    InputStream stream("/dev/null");
+    stream.name_ = name;
+    stream.ahead_.assign(text.rbegin(), text.rend());
+    return stream;
+}
+
+void InputStream::Rewind() {
+    if (std::fseek(file_.get(), start_, SEEK_SET) != 0) {
+        throw std::runtime_error(name_ + ": " + std::strerror(errno));
+    }
+    ahead_.clear();
+    bytesRead_ = 0;
 }
 
 void InputStream::Skip(std::string_view bytes) {

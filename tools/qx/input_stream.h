@@ -18,6 +18,9 @@ class InputStream {
     /// `name`: a path, or "-" for standard input. Throws std::runtime_error when it cannot be opened.
     explicit InputStream(const std::string& name);
 
+    /// A stream of these bytes; `name` is what messages call it.
+    static InputStream OfText(const std::string& name, std::string_view text);
+
     /// The next byte, 0 to 255, or kEnd. Throws std::runtime_error when reading fails, and Interrupted.
     int Get() {
         const int byte = ahead_.empty() ? getc_unlocked(file_.get()) : TakeAhead();
@@ -37,6 +40,12 @@ class InputStream {
         }
         return byte;
     }
+
+    /// Whether it can be read a second time, as a file can and a pipe cannot.
+    bool CanRewind() const noexcept { return size_.has_value(); }
+
+    /// Goes back to where reading began. Throws std::runtime_error.
+    void Rewind();
 
     /// Passes over `bytes` if the input goes on with them.
     void Skip(std::string_view bytes);
@@ -74,6 +83,7 @@ class InputStream {
     std::string name_;
     std::unique_ptr<std::FILE, Closer> file_;
     std::optional<std::uint64_t> size_;
+    long start_ = 0;     // where reading began
     std::string ahead_;  // read and put back; the next byte is the last
     std::uint64_t bytesRead_ = 0;
 };

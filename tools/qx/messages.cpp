@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "hex.h"
 #include "number_text.h"
 
 namespace qx::tool {
@@ -24,7 +25,6 @@ std::string Describe(const qx::Error& error) {
 }
 
 std::string Quoted(std::string_view bytes) {
-    constexpr std::string_view kDigits = "0123456789ABCDEF";
     constexpr std::size_t kMostShown = 80;
     std::string text = "\"";
     for (const char c : bytes.substr(0, kMostShown)) {
@@ -35,9 +35,7 @@ std::string Quoted(std::string_view bytes) {
         } else if (byte >= 0x20 && byte <= 0x7E) {
             text += c;
         } else {
-            text += "\\x";
-            text += kDigits[byte >> 4];
-            text += kDigits[byte & 15];
+            text += "\\x" + ToHex({&c, 1});
         }
     }
     text += '"';

@@ -1,7 +1,6 @@
 #include "progress_line.h"
 
 #include <cmath>
-#include <string>
 
 #include "messages.h"
 #include "number_text.h"
@@ -23,10 +22,16 @@ std::string MinutesAndSeconds(double seconds) {
 
 }  // namespace
 
-ProgressLine::ProgressLine() : shown_(IsTerminal(Stream::Error)) {}
+ProgressLine::ProgressLine(bool wanted) : shown_(wanted && IsTerminal(Stream::Error)) {}
 
 double ProgressLine::Seconds() const {
     return std::chrono::duration<double>(Clock::now() - start_).count();
+}
+
+std::string ProgressLine::Pace(std::uint64_t records) const {
+    const double seconds = Seconds();
+    const double rate = seconds > 0 ? static_cast<double>(records) / seconds : 0;
+    return "in " + OneDecimal(seconds) + " s (" + Grouped(static_cast<std::uint64_t>(rate)) + " a second)";
 }
 
 void ProgressLine::Refresh(std::uint64_t records, std::uint64_t bytes, std::optional<std::uint64_t> total) {

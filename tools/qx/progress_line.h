@@ -3,13 +3,15 @@
 #include <chrono>
 #include <cstdint>
 #include <optional>
+#include <string>
 
 namespace qx::tool {
 
 /// One line on standard error that tells how far a long job is; nothing at all when that is no terminal.
 class ProgressLine {
   public:
-    ProgressLine();
+    /// `wanted`: false where it would get into the way of what goes to the same terminal.
+    explicit ProgressLine(bool wanted = true);
     ProgressLine(const ProgressLine&) = delete;
     ProgressLine& operator=(const ProgressLine&) = delete;
     ~ProgressLine() { Clear(); }
@@ -24,13 +26,14 @@ class ProgressLine {
     /// Takes the line away.
     void Clear();
 
-    /// Since it was made.
-    double Seconds() const;
+    /// "in 0.2 s (209,873 a second)", since it was made.
+    std::string Pace(std::uint64_t records) const;
 
   private:
     using Clock = std::chrono::steady_clock;
     static constexpr std::uint64_t kRecordsBetweenLooks = 64;
 
+    double Seconds() const;
     void Refresh(std::uint64_t records, std::uint64_t bytes, std::optional<std::uint64_t> total);
 
     bool shown_;
