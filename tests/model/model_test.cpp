@@ -3,6 +3,7 @@
 #include <array>
 #include <gtest/gtest.h>
 #include <optional>
+#include <set>
 
 #include "model/scenario.h"
 #include "support/test_seed.h"
@@ -33,6 +34,7 @@ class ModelRun : ModelFile {
         }
         CloseAll();
         CheckDisk({});
+        Require(scenario_.SizeLock != 0 || most_ > 3 * least_, "the file has hardly grown and shrunk");
     }
 
   private:
@@ -44,12 +46,12 @@ class ModelRun : ModelFile {
     };
 
     void Operate() {
-        if (source_.OneIn(static_cast<uint32_t>(scenario_.Keys) * 2)) {
-            growing_ = source_.OneIn(2);
+        if (source_.OneIn(static_cast<uint32_t>(scenario_.Keys) * 3)) {
+            growing_ = !growing_;
         }
         const std::string key = source_.OneIn(20) ? source_.StrangeKey() : source_.Key();
         const uint32_t choice = source_.Below(1000);
-        if (choice < (growing_ ? 450u : 200u)) {
+        if (choice < (growing_ ? 550u : 60u)) {
             Write(key);
         } else if (choice < 600) {
             Delete(key);
@@ -65,6 +67,8 @@ class ModelRun : ModelFile {
             ReopenOne();
         } else if (choice < 997) {
             sessions_[source_.Below(kSessions)]->Session.Flush();
+        } else if (source_.OneIn(5)) {
+            Walk();
         } else if (source_.OneIn(20)) {
             WritableFile().Clear();
             model_.Clear();
@@ -98,9 +102,11 @@ class ModelRun : ModelFile {
     void ReadHeader() {
         const qx::HeaderValues header = AnyFile().Header();
         Require(header.Version == scenario_.Version() && header.FrameSize == scenario_.FrameSize &&
-                    header.SizeLock == scenario_.SizeLock && header.Threshold == 204,
+                    header.SizeLock == sizeLock_ && header.Threshold == 204,
                 "the header has changed");
         Require(scenario_.HeaderLength == 22 || header.RecordCount == model_.RecordCount(), "RecordCount is off");
+        most_ = std::max(most_, header.Modulo);
+        least_ = std::min(least_, header.Modulo);
         if (model_.KnowsGroups()) {
             // What a header shorter than 32 bytes lacks may be counted, once the stored value was that small.
             const auto due = static_cast<uint32_t>(model_.Alpha(scenario_.HeaderLength, scenario_.FrameSize));
@@ -119,6 +125,29 @@ class ModelRun : ModelFile {
             agrees |= qx_check::GroupOf(qx_check::HashKey(key), qx_check::SplitModulo(modulo)) == group;
         }
         Require(agrees, "the wrong group for a key");
+    }
+
+    // All the keys, each once, or the first ones. A walk that may change the file ends the state in which it only
+    // grows.
+    void Walk() {
+        const size_t index = source_.Below(kSessions);
+        qx::File& file = sessions_[index]->Files[source_.Below(kHandlesEach)];
+        size_t wanted = source_.OneIn(4) ? source_.Below(model_.RecordCount() + 1) : SIZE_MAX;
+        std::set<std::string> keys;
+        const auto take = [&](auto&& walk) {
+            for (const std::string_view key : walk) {
+                Require(model_.Find(key) != nullptr, "a walk finds a key that is not there");
+                Require(keys.emplace(key).second, "a walk finds a key twice");
+                if (keys.size() == wanted) {
+                    return;
+                }
+            }
+            Require(keys.size() == model_.RecordCount(), "a walk misses keys");
+        };
+        source_.OneIn(3) ? take(file.ReverseKeys()) : take(file.Keys());
+        if (index != kReadOnly) {
+            sizeLock_ &= ~1u;
+        }
     }
 
     void TryReadOnlyChange(const std::string& key) {
@@ -191,6 +220,9 @@ class ModelRun : ModelFile {
     static constexpr size_t kHandlesEach = 2;
 
     bool growing_ = true;
+    uint32_t sizeLock_ = scenario_.SizeLock;
+    uint32_t most_ = 0;  // groups
+    uint32_t least_ = UINT32_MAX;
     qx::Library library_;
     std::array<std::optional<Opened>, kSessions> sessions_;
 };
@@ -203,6 +235,7 @@ const Scenario kScenarios[] = {
     {22, 1000, 3, 2, 150, 100'000},   {32, 1024, 211, 2, 800, kMegabyte}, {26, 1024, 2, 2, 120, 200'000},
     {32, 4096, 5, 2, 400, kMegabyte}, {22, 4096, 17, 2, 600, kMegabyte},  {32, 70'000, 3, 2, 300, kMegabyte},
     {32, 256, 1, 0, 500, 50'000},     {26, 1000, 3, 1, 500, 200'000},     {22, 4096, 5, 0, 1000, 200'000},
+    {26, 256, 1, 0, 2000, 5000},      {32, 1024, 40, 0, 1500, 50'000},
 };
 
 class ModelTest : public testing::TestWithParam<Scenario> {};
