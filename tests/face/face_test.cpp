@@ -251,7 +251,7 @@ TEST_F(Face, SettingsReachTheLibrary) {
 }
 
 TEST_F(Face, AFileCanBeCountedClearedFlushedAndDeleted) {
-    qx::File file = Make("A", {.Modulo = 8});
+    qx::File file = Make("A", {.Modulo = 8, .SizeLock = 2});
     for (int i = 0; i < 100; ++i) {
         const std::string key = std::to_string(i);
         EXPECT_LT(file.GroupNumber(key), 8u);
