@@ -1,3 +1,4 @@
+#include "records/resize_room.h"
 #include "records/resize_step.h"
 #include "records/resize_writer.h"
 #include "storage/layout/frame_header.h"
@@ -90,6 +91,7 @@ bool Contract(OperationContext& context) {
     if (!NeedsToContract(file)) {
         return true;
     }
+    TakeRoomForContract(context, removed, targets);
     context.Levels.CountWork(Counter::ContractModulos);
     ResizeWriter writers[kMostTargets];
     for (uint32_t i = 0; i < targets.Count(); ++i) {

@@ -1,3 +1,4 @@
+#include "records/resize_room.h"
 #include "records/resize_step.h"
 #include "records/resize_writer.h"
 #include "storage/layout/frame_header.h"
@@ -62,6 +63,7 @@ bool Expand(OperationContext& context) {
     if (!NeedsToExpand(file)) {
         return true;
     }
+    TakeRoomForExpand(context, sources);
     context.Levels.CountWork(Counter::ExpandModulos);
     const ModuloSplit split(modulo + 1);
     file.Counts.FollowModulo(modulo, modulo + 1);

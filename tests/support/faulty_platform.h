@@ -26,6 +26,7 @@ enum class Call : uint32_t {
     GetSize,
     SetSize,
     Flush,
+    Reserve,
     Lock,
     EventCreate,
     EventReset,
