@@ -45,6 +45,7 @@ class VerificationReport {
 struct Verification {
     VerificationReport Statistics;
     VerificationReport Problem;
+    bool Held = false;  // a check of the file has left it under a select hold
 };
 
 // The problems that can be told, with the fields that follow the number.

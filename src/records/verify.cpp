@@ -32,8 +32,15 @@ void Verify(FileCall& call, uint32_t mode, uint32_t group, uint32_t statisticsBu
     } else {
         ReleaseSelectHold(call);
     }
-    HandOver(call, statisticsBuffer, result.Statistics);
-    HandOver(call, problemBuffer, result.Problem);
+    FirstFailure failure;
+    failure.Run([&] {
+        HandOver(call, statisticsBuffer, result.Statistics);
+        HandOver(call, problemBuffer, result.Problem);
+    });
+    if (!failure.Good() && result.Held) {
+        ReleaseSelectHold(call);  // whoever is told of a failure does not come back to give it up
+    }
+    failure.RaiseIfAny();
 }
 
 }  // namespace qx

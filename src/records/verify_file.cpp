@@ -21,25 +21,6 @@ struct ListMeasures {
     uint32_t HighWater = 1;
 };
 
-// Gives the select hold up again unless the file was found to be good.
-class CheckHold {
-  public:
-    explicit CheckHold(FileCall& call) : call_(call) { TakeSelectHold(call); }
-    ~CheckHold() {
-        if (!kept_) {
-            ReleaseSelectHold(call_);
-        }
-    }
-    CheckHold(const CheckHold&) = delete;
-    CheckHold& operator=(const CheckHold&) = delete;
-
-    void Keep() { kept_ = true; }
-
-  private:
-    FileCall& call_;
-    bool kept_ = false;
-};
-
 // Runs `read` and returns the code that it failed with, if it is one of the two that tell of damage.
 template <class Read>
 std::optional<Code> DamageOf(Read&& read) {
@@ -96,13 +77,19 @@ bool CheckList(OperationContext& context, uint32_t overflowFrames, ListMeasures&
     return true;
 }
 
-uint32_t OverflowFrames(OperationContext& context) {
+// The frames of the overflow file, none if it is missing; nothing if it is there and cannot be opened or measured.
+std::optional<uint32_t> OverflowFrames(OperationContext& context) {
     uint32_t frames = 0;
-    const std::optional<Code> missing = DamageOf([&] { context.AttachOverflow(OverflowAttachment::Missing::Fail); });
-    if (missing || !OsGetSize(context.HandleOf(WhichFile::Overflow), context.File.FrameSize, &frames)) {
-        return 0;
+    const std::optional<Code> damage = DamageOf([&] {
+        context.AttachOverflow(OverflowAttachment::Missing::Fail);
+        frames = context.OverflowFrames();
+    });
+    if (!damage) {
+        return frames;
     }
-    return frames;
+    const std::string path = context.File.PathOf(WhichFile::Overflow);
+    const bool missing = damage == Code::OpenFailed && CacheFileExists(path) == FileResult::Failed;
+    return missing ? std::optional(0U) : std::nullopt;
 }
 
 void WriteStatistics(OpenFile& file, uint32_t primaryFrames, uint32_t overflowFrames, const ListMeasures& list,
@@ -117,27 +104,38 @@ void WriteStatistics(OpenFile& file, uint32_t primaryFrames, uint32_t overflowFr
     report.Number(list.Frames).Number(1 + list.Entries - list.Frames).Number(list.HighWater);
 }
 
+uint32_t PrimaryFrames(OperationContext& context) {
+    uint32_t frames = 0;
+    const bool known = OsGetSize(context.HandleOf(WhichFile::Primary), context.File.FrameSize, &frames);
+    return known ? frames : 0;
+}
+
 // Under the hold, so that the number of groups and the file's length belong together. False when there is a problem.
 bool CheckHeldFile(FileCall& call, Verification& result) {
     OpenFile& file = *call.File;
     OperationContext context(file, call.Levels);
-    const std::optional<Code> damage = DamageOf([&] { ReadHeader(context, HeaderAccess::Shared); });
-    if (damage) {
-        ReportHeaderDamage(file, *damage, result.Problem);
-        return false;
+    uint32_t frames = PrimaryFrames(context);
+    if (frames > 0 && frames != file.Modulo) {
+        // Another process may have changed the number of groups since this one read the header.
+        DamageOf([&] { ReadHeader(context, HeaderAccess::Shared); });
+        frames = PrimaryFrames(context);
     }
-    uint32_t frames = 0;
-    if (!OsGetSize(context.HandleOf(WhichFile::Primary), file.FrameSize, &frames) || frames != file.Modulo) {
+    if (frames != file.Modulo) {
         Report(result.Problem, Problem::PrimaryLength);
         result.Problem.Number(uint64_t{frames} * file.FrameSize).Number(file.Modulo).Number(file.FrameSize);
         return false;
     }
-    const uint32_t overflowFrames = OverflowFrames(context);
-    ListMeasures list;
-    if (overflowFrames > 0 && !CheckList(context, overflowFrames, list, result.Problem)) {
+    const std::optional<uint32_t> overflowFrames = OverflowFrames(context);
+    if (!overflowFrames) {
+        Report(result.Problem, Problem::ListUnreadable);
+        result.Problem.Number(0);
         return false;
     }
-    WriteStatistics(file, frames, overflowFrames, list, result.Statistics);
+    ListMeasures list;
+    if (*overflowFrames > 0 && !CheckList(context, *overflowFrames, list, result.Problem)) {
+        return false;
+    }
+    WriteStatistics(file, frames, *overflowFrames, list, result.Statistics);
     return true;
 }
 
@@ -150,10 +148,13 @@ void CheckFile(FileCall& call, Verification& result) {
         ReportHeaderDamage(*call.File, *damage, result.Problem);
         return;
     }
-    CheckHold hold(call);
-    if (CheckHeldFile(call, result)) {
-        hold.Keep();
+    TakeSelectHold(call);
+    FirstFailure failure;
+    failure.Run([&] { result.Held = CheckHeldFile(call, result); });
+    if (!result.Held) {
+        ReleaseSelectHold(call);
     }
+    failure.RaiseIfAny();
 }
 
 }  // namespace qx

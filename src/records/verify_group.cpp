@@ -101,7 +101,7 @@ class GroupCheck {
 
     bool NextFrame() {
         const uint32_t link = ForwardLink(frame_);
-        if (!skipDepthRaised_ && inRecord_ && SkipLink(frame_) == link) {
+        if (!skipDepthRaised_ && SkipLink(frame_) == link) {
             ++skipDepth_;
             skipDepthRaised_ = true;
         }
@@ -169,7 +169,6 @@ class GroupCheck {
 
     bool CheckRecord() {
         ++records_;
-        inRecord_ = true;
         skipDepthRaised_ = false;
         recordDepth_ = skipDepth_;
         frameVisits_ += skipDepth_;
@@ -190,9 +189,11 @@ class GroupCheck {
             return FailTerminator();
         }
         ++place_.Position;
+        if (!LeaveUsedUpFrame()) {
+            return false;
+        }
         depthSquares_ += recordDepth_ * recordDepth_;
-        inRecord_ = false;
-        return LeaveUsedUpFrame();
+        return true;
     }
 
     bool CheckRecords() {
@@ -240,7 +241,6 @@ class GroupCheck {
     uint32_t wantedFrame_ = 0;
     uint32_t highWater_ = 1;
 
-    bool inRecord_ = false;
     bool skipDepthRaised_ = false;
     uint64_t skipDepth_ = 1;    // frames that a scan visits to reach the current record
     uint64_t recordDepth_ = 0;  // and those of the record itself

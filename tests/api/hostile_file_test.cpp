@@ -276,9 +276,15 @@ TEST_F(HostileFile, RandomDamageIsSurvived) {
                 case 3:
                     count(step == 19 ? Clear(handle) : HeaderOf(handle).has_value());
                     break;
+                case 4:
+                    count(Verify(handle, below(3), below(kModulo + 1)).has_value());
+                    break;
                 default:
                     count(Get(handle, key).has_value());
             }
+        }
+        while (Record(handle).SelectCount > 0) {
+            Verify(handle, 2);
         }
         ExpectNothingHeld();
         count(Close(handle));

@@ -1,5 +1,6 @@
 #include "support/file_test.h"
 
+#include <algorithm>
 #include <thread>
 
 #include "checker/group_rule.h"
@@ -120,6 +121,20 @@ std::optional<FileHeaderRecord> FileTest::HeaderOf(uint32_t file) {
         return std::nullopt;
     }
     return header;
+}
+
+std::optional<FileTest::VerifyReports> FileTest::Verify(uint32_t file, uint32_t mode, uint32_t group) {
+    constexpr uint32_t kStatistics = kKey;
+    constexpr uint32_t kProblem = kData;
+    Buffer(kStatistics) = Buffer(kProblem) = "left over";
+    if (!Run([&](StatusRecord* status) { return QXVerifyGroup(file, mode, group, kStatistics, kProblem, status); })) {
+        return std::nullopt;
+    }
+    VerifyReports reports{Buffer(kStatistics), Buffer(kProblem)};
+    for (std::string* report : {&reports.Statistics, &reports.Problem}) {
+        std::replace(report->begin(), report->end(), '\xFE', '|');
+    }
+    return reports;
 }
 
 uint32_t FileTest::CreateAndOpen(std::string_view name, const CreateOptions& options) {

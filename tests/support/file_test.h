@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <map>
 #include <optional>
+#include <ostream>
 #include <qx.h>
 #include <string>
 #include <string_view>
@@ -58,6 +59,18 @@ class FileTest : public ::testing::Test {
     bool UnlockGroup(uint32_t file, uint32_t group);
     std::optional<uint32_t> GroupOfKey(uint32_t file, std::string_view key);
     std::optional<FileHeaderRecord> HeaderOf(uint32_t file);
+
+    // The two reports, with a bar for every separator.
+    struct VerifyReports {
+        std::string Statistics;
+        std::string Problem;
+
+        bool operator==(const VerifyReports&) const = default;
+        friend void PrintTo(const VerifyReports& reports, std::ostream* out) {
+            *out << reports.Statistics << "; " << reports.Problem;
+        }
+    };
+    std::optional<VerifyReports> Verify(uint32_t file, uint32_t mode, uint32_t group = 0);
 
     // The file made by Create and opened.
     uint32_t CreateAndOpen(std::string_view name, const CreateOptions& options = FixedFile());
