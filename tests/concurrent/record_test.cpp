@@ -44,12 +44,12 @@ class Register {
         const uint64_t version = ++begun_;
         if (IsDelete(version)) {
             member.Step("deleting a shared key");
-            if (!Insist([&] { return file.Delete(key_); })) {
+            if (!file.Delete(key_)) {
                 member.Fail("a shared key was not there to be deleted");
             }
         } else {
             member.Step("writing a shared key");
-            Insist([&] { file.Write(key_, Value(version)); });
+            file.Write(key_, Value(version));
         }
         done_ = version;
     }
@@ -57,7 +57,7 @@ class Register {
     void Read(Crew::Member& member, const qx::File& file) {
         const uint64_t oldest = done_;
         member.Step("reading a shared key");
-        const std::optional<std::string> value = Insist([&] { return file.Read(key_); });
+        const std::optional<std::string> value = file.Read(key_);
         const uint64_t newest = begun_;
         if (!value) {
             if (oldest / kDeletes == newest / kDeletes && !IsDelete(oldest)) {

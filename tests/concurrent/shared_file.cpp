@@ -60,7 +60,7 @@ void Owner::Operate(qx::File& file, Clears clears) {
     const uint32_t choice = member_.Below(100);
     if (choice < 40) {
         member_.Step("reading");
-        const std::optional<std::string> record = Insist([&] { return file.Read(key); });
+        const std::optional<std::string> record = file.Read(key);
         const bool mayBeGone = clears == Clears::Yes && known != records_.end() && !record;
         if (record.has_value() != (known != records_.end()) && !mayBeGone) {
             member_.Fail(record ? "a deleted record is there" : "a record is not there");
@@ -68,16 +68,16 @@ void Owner::Operate(qx::File& file, Clears clears) {
         if (record && *record != known->second) {
             member_.Fail("a record reads back differently");
         }
-    } else if (choice < 80) {
+    } else if (choice < (tide_ == Tide::None ? 80u : tide_ == Tide::Rising ? 95u : 45u)) {
         const bool sameLength = known != records_.end() && member_.OneIn(2);
         const size_t length = sameLength ? known->second.size() : member_.Below(member_.OneIn(20) ? 5000 : 100);
         std::string data(length, static_cast<char>(member_.Below(256)));
         member_.Step("writing");
-        Insist([&] { file.Write(key, data); });
+        file.Write(key, data);
         records_[key] = std::move(data);
     } else {
         member_.Step("deleting");
-        const bool deleted = Insist([&] { return file.Delete(key); });
+        const bool deleted = file.Delete(key);
         if (deleted != (known != records_.end()) && (deleted || clears == Clears::No)) {
             member_.Fail("a delete has the wrong outcome");
         }

@@ -69,6 +69,10 @@ class Owner {
 
     const Records& Due() const { return records_; }
 
+    // Writes mostly, or deletes mostly, so that a file that may do so grows or shrinks.
+    enum class Tide { None, Rising, Falling };
+    void Follow(Tide tide) { tide_ = tide; }
+
     // From now on rests for most of the time, at the same time as all others who do so. Locks that have to wait until
     // no call is inside the file, for which they look now and then, come into their own then.
     void WorkInShifts() { inShifts_ = true; }
@@ -80,23 +84,8 @@ class Owner {
     const std::string name_;
     const size_t keys_;
     bool inShifts_ = false;
+    Tide tide_ = Tide::None;
     Records records_;
 };
-
-// A file that changes its number of groups may do so twice while a key is looked for: the call then asks to be
-// repeated.
-template <class Body>
-auto Insist(Body&& body) {
-    constexpr uint32_t kGroupMoved = 129;
-    for (;;) {
-        try {
-            return body();
-        } catch (const qx::Error& error) {
-            if (error.Code() != kGroupMoved) {
-                throw;
-            }
-        }
-    }
-}
 
 }  // namespace qx_test
