@@ -104,6 +104,9 @@ class FaultyFiles final : public qx::FileService {
     }
 
     SystemError Unlock(qx::OsHandle handle, uint64_t offset, uint32_t length) override {
+        if (owner_.DuringUnlock) {
+            owner_.DuringUnlock();
+        }
         --owner_.Held.Locks;
         return Real().Unlock(handle, offset, length);
     }

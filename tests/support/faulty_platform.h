@@ -5,6 +5,7 @@
 #include <array>
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -63,6 +64,9 @@ class FaultyPlatform {
 
     // From now on no more than `most` file handles can be open at once: NoHandles beyond.
     void LimitOpenHandles(int64_t most) { openHandlesLimit_ = most; }
+
+    // Runs inside every call that unlocks a byte range, before the range is free.
+    std::function<void()> DuringUnlock;
 
     // Orders no further faults and lifts the limit.
     void Clear();
