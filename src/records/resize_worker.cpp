@@ -21,7 +21,7 @@ ResizeOutcome Resize(OpenFile& file) {
     CounterLevels levels;
     levels.Volume = &file.Volume.Counters;
     levels.File = &file.Counters;
-    OperationContext context(file, levels);
+    OperationContext context(file, levels, Counter::AllocateFileDataErrors);
     if (file.SelectCount > 0) {
         return ResizeOutcome::Nothing;
     }

@@ -1,7 +1,6 @@
 #include "runtime/work_area.h"
 
 #include "platform/platform.h"
-#include "runtime/counters.h"
 #include "runtime/status.h"
 
 namespace qx {
@@ -29,10 +28,10 @@ struct KeptBlock {
 
 thread_local KeptBlock keptBlock;
 
-uint8_t* AllocateBytes(size_t size) {
+uint8_t* AllocateBytes(size_t size, Counter shortage) {
     auto* bytes = static_cast<uint8_t*>(thePlatform.Memory->AllocateBuffer(size));
     if (bytes == nullptr) {
-        theProcessCounters.Increment(Counter::AllocateTemporaryDataErrors);
+        theProcessCounters.Increment(shortage);
         Raise(Code::NoWorkArea);
     }
     return bytes;
@@ -40,15 +39,15 @@ uint8_t* AllocateBytes(size_t size) {
 
 }  // namespace
 
-WorkArea::WorkArea(size_t size) {
+WorkArea::WorkArea(size_t size, Counter shortage) {
     KeptBlock& block = keptBlock;
     if (block.InUse || size > kLargestKept) {
-        bytes_ = AllocateBytes(size);
+        bytes_ = AllocateBytes(size, shortage);
         return;
     }
     if (block.Size < size) {
         block.Drop();
-        block.Bytes = AllocateBytes(size);
+        block.Bytes = AllocateBytes(size, shortage);
         block.Size = size;
     }
     block.InUse = true;

@@ -4,10 +4,10 @@
 
 namespace qx {
 
-OperationContext::OperationContext(OpenFile& file, const CounterLevels& levels)
+OperationContext::OperationContext(OpenFile& file, const CounterLevels& levels, Counter shortage)
     : File(file),
       Levels(levels),
-      area_(size_t{kBufferCount} * file.FrameSize),
+      area_(size_t{kBufferCount} * file.FrameSize, shortage),
       overflow_(file),
       HeaderLock(file, levels),
       GroupLock(file, levels),

@@ -19,8 +19,9 @@ namespace qx {
 // group, header group; then the overflow file is detached.
 class OperationContext {
   public:
-    // Raises 1014.
-    OperationContext(OpenFile& file, const CounterLevels& levels);
+    // Raises 1014, counted in `shortage`.
+    OperationContext(OpenFile& file, const CounterLevels& levels,
+                     Counter shortage = Counter::AllocateTemporaryDataErrors);
     OperationContext(const OperationContext&) = delete;
     OperationContext& operator=(const OperationContext&) = delete;
 
