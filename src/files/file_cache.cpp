@@ -1,5 +1,6 @@
 #include "files/file_cache.h"
 
+#include "platform/platform.h"
 #include "runtime/counters.h"
 
 namespace qx {
@@ -66,7 +67,22 @@ FileResult CacheDeleteFile(std::string_view name) {
     return result == FileResult::Done ? OsDeleteClaimed(name, claim) : result;
 }
 
+FileResult TakeUserSlotMarker(CachedFile& entry, uint32_t userSlot, Access access) {
+    const uint64_t position = ~uint64_t{userSlot};
+    const LockMode mode = access == Access::ReadOnly ? LockMode::Shared : LockMode::Exclusive;
+    const SystemError error = thePlatform.Files->TryLock(entry.Handle, position, 1, mode);
+    if (error == SystemError::None) {
+        entry.MarkerPosition = position;
+        return FileResult::Done;
+    }
+    return error == SystemError::InUse ? FileResult::Failed : FileResult::Exhausted;
+}
+
 void CacheCloseFile(CachedFile& entry) {
+    if (entry.MarkerPosition != 0) {
+        thePlatform.Files->Unlock(entry.Handle, entry.MarkerPosition, 1);
+        entry.MarkerPosition = 0;
+    }
     OsClose(entry.Handle);
     entry.Handle = kNoOsHandle;
     theProcessCounters.Leave(Counter::ActiveFileHandles);

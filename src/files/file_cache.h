@@ -19,6 +19,8 @@ struct CachedFile {
     CachedFile* IdleNext = nullptr;
     std::atomic<OsHandle> Handle{kNoOsHandle};  // changed under the mutex
 
+    uint64_t MarkerPosition = 0;  // of the byte lock that marks the handle; 0: not marked
+
     bool IsOpen() const { return Handle != kNoOsHandle; }
 };
 
@@ -28,6 +30,10 @@ FileResult CacheCreateFile(std::string_view name, Sharing sharing, CachedFile& e
 FileResult CacheOpenFile(std::string_view name, Access access, Sharing sharing, CachedFile& entry);
 FileResult CacheClaimForDelete(std::string_view name, OsHandle* claim);
 FileResult CacheDeleteFile(std::string_view name);
+
+// Locks one byte of an open file, from now until it is closed, as a mark of the process with this user slot. Failed
+// when somebody else has the byte. A handle that is only for reading can but share it.
+FileResult TakeUserSlotMarker(CachedFile& entry, uint32_t userSlot, Access access);
 
 void CacheCloseFile(CachedFile& entry);
 

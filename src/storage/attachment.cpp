@@ -14,16 +14,17 @@ void RaiseOpenFailure(FileResult result, WhichFile file) {
 void OpenPrimary(OpenFile& file) {
     CachedFile& cached = file.PrimaryPart.Cached;
     const std::string path = file.PathOf(WhichFile::Primary);
-    bool readOnly = file.Volume.Settings.ReadOnly;
-    FileResult result = CacheOpenFile(path, readOnly ? Access::ReadOnly : Access::ReadWrite, Sharing::Shared, cached);
-    if (result == FileResult::Failed && !readOnly) {
-        readOnly = true;
-        result = CacheOpenFile(path, Access::ReadOnly, Sharing::Shared, cached);
+    Access access = file.Volume.Settings.ReadOnly ? Access::ReadOnly : Access::ReadWrite;
+    FileResult result = CacheOpenFile(path, access, Sharing::Shared, cached);
+    if (result == FileResult::Failed && access != Access::ReadOnly) {
+        access = Access::ReadOnly;
+        result = CacheOpenFile(path, access, Sharing::Shared, cached);
     }
     if (result != FileResult::Done) {
         RaiseOpenFailure(result, WhichFile::Primary);
     }
-    file.OpenedReadOnly = readOnly;
+    MarkFile(file.Volume, cached, access);
+    file.OpenedReadOnly = access == Access::ReadOnly;
     file.PrimaryPart.Written = false;
 }
 
@@ -165,10 +166,9 @@ void OverflowAttachment::Attach(Missing missing) {
 void OverflowAttachment::Open(Missing missing) {
     FilePart& part = file_.OverflowPart;
     const std::string path = file_.PathOf(WhichFile::Overflow);
-    const bool readOnly = file_.OpenedReadOnly;
-    FileResult result =
-        CacheOpenFile(path, readOnly ? Access::ReadOnly : Access::ReadWrite, Sharing::Shared, part.Cached);
-    if (result == FileResult::Failed && missing == Missing::Create && !readOnly) {
+    const Access access = file_.OpenedReadOnly ? Access::ReadOnly : Access::ReadWrite;
+    FileResult result = CacheOpenFile(path, access, Sharing::Shared, part.Cached);
+    if (result == FileResult::Failed && missing == Missing::Create && access != Access::ReadOnly) {
         const FileResult exists = CacheFileExists(path);
         if (exists == FileResult::Failed) {
             result = CacheCreateFile(path, Sharing::Shared, part.Cached);
@@ -179,12 +179,24 @@ void OverflowAttachment::Open(Missing missing) {
     if (result != FileResult::Done) {
         RaiseOpenFailure(result, WhichFile::Overflow);
     }
+    MarkFile(file_.Volume, part.Cached, access);
     part.Written = false;
 }
 
 OverflowAttachment::~OverflowAttachment() {
     if (attached_) {
         Detach(file_.OverflowPart);
+    }
+}
+
+void MarkFile(const VolumeRecord& volume, CachedFile& cached, Access access) {
+    if (volume.Settings.ReadOnly || !volume.Locks.Supported || !volume.Settings.CacheFlushLocks) {
+        return;
+    }
+    const FileResult result = TakeUserSlotMarker(cached, volume.Locks.UserSlot, access);
+    if (result != FileResult::Done) {
+        CacheCloseFile(cached);
+        Raise(result == FileResult::Failed ? Code::MarkerHeld : Code::MarkerFailed);
     }
 }
 

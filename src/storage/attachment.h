@@ -8,7 +8,7 @@ namespace qx {
 // Opens the primary file if need be and loads the file header if it is not loaded; detaches when it ends.
 class PrimaryAttachment {
   public:
-    // Raises 1028, 1009, 1029, 107, 1003; the file is left open and idle when only its header was at fault.
+    // Raises 1028, 1009, 1029, 1026, 1027, 107, 1003; the file is left open and idle when only its header was at fault.
     explicit PrimaryAttachment(OpenFile& file);
     ~PrimaryAttachment();
     PrimaryAttachment(const PrimaryAttachment&) = delete;
@@ -28,7 +28,7 @@ class OverflowAttachment {
 
     enum class Missing : uint8_t { Fail, Create };
 
-    // Raises 1028, 1009, 1029.
+    // Raises 1028, 1009, 1029, 1026, 1027.
     void Attach(Missing missing);
     bool IsAttached() const { return attached_; }
 
@@ -38,6 +38,10 @@ class OverflowAttachment {
     OpenFile& file_;
     bool attached_ = false;
 };
+
+// Marks a newly opened file as this process's, where the volume's settings want that; a failure closes it. Raises 1026,
+// 1027.
+void MarkFile(const VolumeRecord& volume, CachedFile& cached, Access access);
 
 // Flushes what was written since the last flush, attached or not. Raises 1028, 104.
 void FlushFile(OpenFile& file);

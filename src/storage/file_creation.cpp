@@ -1,6 +1,7 @@
 #include "storage/file_creation.h"
 
 #include "runtime/work_area.h"
+#include "storage/attachment.h"
 #include "storage/layout/empty_group.h"
 
 namespace qx {
@@ -43,6 +44,8 @@ class NewFile {
 
     NewFile(const NewFile&) = delete;
     NewFile& operator=(const NewFile&) = delete;
+
+    void Mark(const VolumeRecord& volume) { MarkFile(volume, cached_, Access::ReadWrite); }
 
     OsHandle Handle() const { return cached_.Handle; }
 
@@ -96,6 +99,7 @@ void CreateHashedFile(OpenFile& file, const FileHeader& header, const CounterLev
     }
     // A primary file that has appeared meanwhile keeps its overflow file.
     NewFile primary(file, WhichFile::Primary);
+    primary.Mark(file.Volume);
     RemoveOldOverflow(file.PathOf(WhichFile::Overflow));
     if (!OsSetSize(primary.Handle(), header.FrameSize, header.Modulo)) {
         levels.CountWork(Counter::WriteErrors);
@@ -112,6 +116,7 @@ void CreateHashedFile(OpenFile& file, const FileHeader& header, const CounterLev
     }
     primary.Close();
     NewFile overflow(file, WhichFile::Overflow);
+    overflow.Mark(file.Volume);
     overflow.Keep();
     primary.Keep();
 }

@@ -2,15 +2,13 @@
 
 #include <algorithm>
 
+#include "locking/lock_offsets.h"
+
 namespace qx {
 
 namespace {
 
 constexpr size_t kLongestPipeName = 16;
-
-// With more users than this, the area of the lock file that is shared by the user slots and the identifier slots has
-// no room for one unit of identifier slots.
-constexpr uint32_t kMostUsers = (0x10000000 - 1) / 2;
 
 std::optional<bool> AsBoolean(std::string_view value) {
     if (value == "1" || value == "YES" || value == "TRUE") {
@@ -66,10 +64,10 @@ bool StoreNumber(std::string_view value, Parameters& parameters) {
 
 bool StoreMaximumUsers(std::string_view value, Parameters& parameters) {
     const std::optional<uint32_t> number = AsNumber(value);
-    if (!number || *number > kMostUsers) {
+    if (!number || *number > LockMap::kMostUsers) {
         return false;
     }
-    parameters.Settings.MaximumUsers = *number != 0 ? *number : VolumeSettings().MaximumUsers;
+    parameters.Settings.MaximumUsers = *number != 0 ? *number : LockMap::kDefaultUsers;
     return true;
 }
 

@@ -7,6 +7,7 @@
 #include "runtime/session_record.h"
 #include "runtime/status.h"
 #include "volume/parameter_file.h"
+#include "volume/volume_locking.h"
 
 namespace qx {
 
@@ -28,6 +29,9 @@ VolumeRecord& VolumeOf(std::string_view name, size_t rootLength) {
     ReadParameterFile(name, rootLength, parameters);
     OwnedRecord<VolumeRecord> volume(theRecordHeap.Make<VolumeRecord>(name));
     volume->Settings = parameters.Settings;
+    volume->Locks.Supported = parameters.Settings.Locks.value_or(false);
+    volume->Locks.TimeoutSeconds = parameters.Settings.GroupLockTimeout;
+    volume->Locks.Map = LockMap(parameters.Settings.MaximumUsers);
     volume->Server = std::move(parameters.Server);
     Volumes().emplace(volume->Name, volume.get());
     theProcessCounters.Enter(Counter::ActiveVolumes, Counter::PeakActiveVolumes);
@@ -35,26 +39,16 @@ VolumeRecord& VolumeOf(std::string_view name, size_t rootLength) {
     return *volume.release();
 }
 
-VolumeUse& UseVolume(SessionRecord& session, uint32_t sessionHandle, VolumeRecord& volume) {
-    if (volume.Settings.ServerOnly) {
-        Raise(Code::ServerOnly);
-    }
-    for (VolumeUse* use = session.VolumeUses; use != nullptr; use = use->NextOfSession) {
-        if (use->Volume == &volume) {
-            return *use;
+namespace {
+
+struct EndLockingIfUnused {
+    VolumeRecord& Volume;
+    ~EndLockingIfUnused() {
+        if (Volume.Uses == nullptr) {
+            EndLocking(Volume);
         }
     }
-    VolumeUse* use = theRecordHeap.Make<VolumeUse>();
-    use->Session = sessionHandle;
-    use->Volume = &volume;
-    use->NextOfSession = session.VolumeUses;
-    session.VolumeUses = use;
-    use->NextOfVolume = volume.Uses;
-    volume.Uses = use;
-    return *use;
-}
-
-namespace {
+};
 
 template <VolumeUse* VolumeUse::*next>
 void Unlink(VolumeUse** head, VolumeUse& use) {
@@ -66,10 +60,36 @@ void Unlink(VolumeUse** head, VolumeUse& use) {
 
 }  // namespace
 
+VolumeUse& UseVolume(SessionRecord& session, uint32_t sessionHandle, VolumeRecord& volume) {
+    if (volume.Settings.ServerOnly) {
+        Raise(Code::ServerOnly);
+    }
+    for (VolumeUse* use = session.VolumeUses; use != nullptr; use = use->NextOfSession) {
+        if (use->Volume == &volume) {
+            return *use;
+        }
+    }
+    OwnedRecord<VolumeUse> use(theRecordHeap.Make<VolumeUse>());
+    if (volume.Uses == nullptr) {
+        BeginLocking(volume);
+    }
+    const EndLockingIfUnused endIfUnused{volume};
+    use->IdentifierSlot = TakeIdentifierSlot(volume, session);
+    use->Session = sessionHandle;
+    use->Volume = &volume;
+    use->NextOfSession = session.VolumeUses;
+    session.VolumeUses = use.get();
+    use->NextOfVolume = volume.Uses;
+    volume.Uses = use.get();
+    return *use.release();
+}
+
 void LeaveVolume(SessionRecord& session, VolumeUse& use) {
     if (!use.Files.IsEmpty()) {
         return;
     }
+    const EndLockingIfUnused endIfUnused{*use.Volume};
+    GiveBackIdentifierSlot(*use.Volume, use.IdentifierSlot);
     Unlink<&VolumeUse::NextOfSession>(&session.VolumeUses, use);
     Unlink<&VolumeUse::NextOfVolume>(&use.Volume->Uses, use);
     theRecordHeap.End(&use);

@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "files/file_cache.h"
 #include "locking/byte_lock_table.h"
 #include "locking/lock_file.h"
 #include "runtime/counters.h"
@@ -32,7 +33,8 @@ struct VolumeRecord {
     const std::string Name;  // the directory's canonical path, with a separator at its end
     VolumeSettings Settings;
     ServerEntries Server;
-    LockFile Locks;  // filled in when the volume is first used, and again after it was used by nobody
+    LockFile Locks;            // filled in when the volume is first used, and again after it was used by nobody
+    CachedFile LockFileEntry;  // the lock file, open while the volume is in use
     ByteLockTable ByteLocks{Locks};
     VolumeUse* Uses = nullptr;  // the sessions that use the volume
     NameTree<OpenFile> Files;
@@ -45,7 +47,8 @@ struct VolumeUse {
     VolumeRecord* Volume = nullptr;
     VolumeUse* NextOfSession = nullptr;
     VolumeUse* NextOfVolume = nullptr;
-    HandleList Files;  // the session's file handles on this volume
+    HandleList Files;             // the session's file handles on this volume
+    uint32_t IdentifierSlot = 0;  // lock offset of the session's identifier slot; 0: none
 };
 
 // The process's volumes; changed only under the API mutex.
@@ -55,7 +58,8 @@ NameTree<VolumeRecord>& Volumes();
 // are shorter than `rootLength` are not searched for them. Raises 1015, 1029, 107.
 VolumeRecord& VolumeOf(std::string_view name, size_t rootLength);
 
-// The session's use of the volume, begun if there is none. Raises 1015, 1019.
+// The session's use of the volume, begun if there is none. Raises 1015, 1019, and 1020, 1021, 1022, 1024, 1025, 1029
+// for the lock file and the slots in it.
 VolumeUse& UseVolume(SessionRecord& session, uint32_t sessionHandle, VolumeRecord& volume);
 
 // Ends the use if the session has no file on the volume any more.

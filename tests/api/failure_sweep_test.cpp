@@ -30,6 +30,7 @@ std::set<uint32_t> CodesFor(Call call, SystemError error) {
         {Call::Exists, {230, 231, 1008, 1009, 1029}},
         {Call::Create, {1008, 1009, 1029}},
         {Call::Open, {102, 104, 1009, 1029}},  // opened for reading instead, a file cannot be changed
+        {Call::Lock, {1026, 1027}},
         {Call::ClaimForDelete, {104, 1029}},
         {Call::Delete, {104, 1029}},
         {Call::Read, {107}},
@@ -221,7 +222,7 @@ class FailureSweep : public FileTest {
     void ExpectOpenFilesIdle() {
         while (qx::CloseOneIdleFile()) {
         }
-        EXPECT_EQ(Faults.Held.OpenHandles, Held().OtherHandles);
+        EXPECT_EQ(OpenParts(), 0);
     }
 
     // The file's bytes, and then whether it still works.
@@ -606,7 +607,7 @@ TEST_F(FailureSweep, NamedCalls) {
         },
         [&](StatusRecord* status) { return QXCloseSession(Session, status); },
         [&](bool) {
-            EXPECT_EQ(Faults.Held.OpenHandles, Held().OtherHandles);
+            EXPECT_EQ(OpenParts(), 0);
             OpenSession();
             EXPECT_EQ(Get(Open("F"), "k"), Data(2000));
         });

@@ -116,7 +116,8 @@ TEST_F(FileCalls, AFileIsThereOrNot) {
     std::filesystem::remove(Path("F") + ".OV");
     EXPECT_TRUE(Delete("F")) << "also without its overflow file";
     EXPECT_FALSE(Exists("F"));
-    EXPECT_TRUE(std::filesystem::is_empty(Directory.Path()));
+    EXPECT_TRUE(std::filesystem::remove(Path("MOXLOCKS")));
+    EXPECT_TRUE(std::filesystem::is_empty(Directory.Path())) << "besides the lock file";
 }
 
 TEST_F(FileCalls, AFailedCreateLeavesNoPrimaryFile) {
@@ -323,7 +324,7 @@ TEST_F(FileCalls, ClosingStoresTheCounts) {
     qx_check::Options options;
     options.allowCountDrift = true;
     EXPECT_EQ(Problems("F", options), "");
-    EXPECT_EQ(Faults.Held.OpenHandles, Held().OtherHandles);
+    EXPECT_EQ(OpenParts(), 0);
 }
 
 // What cannot be read is told by the first call that needs it, not by the one that opens.

@@ -416,7 +416,7 @@ TEST_F(RecordCalls, ReadOnlyHandlesAndFilesRefuseChanges) {
     EXPECT_TRUE(Close(reader));
 
     // A file that the system only opens for reading.
-    Faults.Fail(Call::Open, 1);
+    Faults.Fail(Call::Open, 2);  // the first one is that of the lock file
     const uint32_t file = Open("F");
     EXPECT_TRUE(Faults.Delivered());
     Faults.Clear();

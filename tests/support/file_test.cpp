@@ -180,15 +180,28 @@ std::vector<std::string> FileTest::KeysOf(uint32_t group, uint32_t modulo, size_
 }
 
 FileTest::Holdings FileTest::Held() {
-    int64_t ofFiles = 0;
+    Holdings held{qx::theWaitEvents.TakenCount(), Faults.Held.HeapBlocks, Faults.Held.OpenHandles, Faults.Held.Locks};
+    held.OtherHandles -= OpenParts();
     for (const auto& [path, volume] : qx::Volumes()) {
+        held.OtherHandles -= volume->LockFileEntry.IsOpen();
+        held.Locks -= volume->LockFileEntry.IsOpen();  // the user slot
         for (const auto& [name, file] : volume->Files) {
-            ofFiles += file->PrimaryPart.Cached.IsOpen();
-            ofFiles += file->OverflowPart.Cached.IsOpen();
+            held.Locks -= file->PrimaryPart.Cached.MarkerPosition != 0;
+            held.Locks -= file->OverflowPart.Cached.MarkerPosition != 0;
         }
     }
-    return {qx::theWaitEvents.TakenCount(), Faults.Held.HeapBlocks, Faults.Held.OpenHandles - ofFiles,
-            Faults.Held.Locks};
+    return held;
+}
+
+int64_t FileTest::OpenParts() {
+    int64_t open = 0;
+    for (const auto& [path, volume] : qx::Volumes()) {
+        for (const auto& [name, file] : volume->Files) {
+            open += file->PrimaryPart.Cached.IsOpen();
+            open += file->OverflowPart.Cached.IsOpen();
+        }
+    }
+    return open;
 }
 
 namespace {

@@ -105,12 +105,15 @@ class FileTest : public ::testing::Test {
     struct Holdings {
         uint32_t TakenEvents = 0;
         int64_t HeapBlocks = 0;
-        int64_t OtherHandles = 0;  // operating-system handles that are not those of an open hashed file
-        int64_t Locks = 0;
+        int64_t OtherHandles = 0;  // operating-system handles that are not those of an open hashed file or a lock file
+        int64_t Locks = 0;         // without user slots and markers
 
         bool operator==(const Holdings&) const = default;
     };
     Holdings Held();
+
+    // The operating-system files that the process has open for its hashed files.
+    static int64_t OpenParts();
 
     // No call holds a mutex, a group or a file of the process any more. `selectHolds`: those of every file.
     void ExpectNothingHeld(uint32_t selectHolds = 0);

@@ -18,11 +18,11 @@ std::vector<Range> HeldRanges(const std::string& path) {
     std::ifstream locks("/proc/locks");
     for (std::string line; std::getline(locks, line);) {
         std::istringstream words(line);
-        std::string number, kind, advice, mode, process, file;
-        Range range;
-        words >> number >> kind >> advice >> mode >> process >> file >> range.first >> range.second;
+        std::string number, kind, advice, mode, process, file, end;
+        uint64_t start = 0;
+        words >> number >> kind >> advice >> mode >> process >> file >> start >> end;
         if (words && mode == "WRITE" && file.ends_with(inode)) {
-            ranges.push_back(range);
+            ranges.emplace_back(start, end == "EOF" ? INT64_MAX : std::stoull(end));
         }
     }
     return Joined(std::move(ranges));
