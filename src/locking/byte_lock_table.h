@@ -20,6 +20,8 @@ class ByteLockTable {
   public:
     explicit ByteLockTable(const LockFile& file) : file_(file) {}
 
+    const LockMap& Map() const { return file_.Map; }
+
     // Waits for other processes up to the time limit, for threads of this one as long as they do. A request that meets
     // a lock of its own process shares it: one that asked for less becomes exclusive by that. Without byte locks there
     // is nothing to lock, and every request is granted.
