@@ -45,7 +45,7 @@ void ReportHeaderDamage(const OpenFile& file, Code damage, VerificationReport& p
     }
 }
 
-// Walks the list frames; false when there is a problem with one.
+// Walks the list frames, whose lock is held; false when there is a problem with one.
 bool CheckList(OperationContext& context, uint32_t overflowFrames, ListMeasures& measures,
                VerificationReport& problem) {
     const auto fail = [&](Problem kind, uint32_t frame) {
@@ -53,7 +53,6 @@ bool CheckList(OperationContext& context, uint32_t overflowFrames, ListMeasures&
         problem.Number(frame);
         return false;
     };
-    context.AllocationLock.Lock(kOverflowAllocation, true);
     uint8_t* buffer = context.Buffer(3);
     const FreeListFrame list(buffer);
     const uint32_t capacity = (context.File.FrameSize - 7) / 4;
@@ -77,12 +76,17 @@ bool CheckList(OperationContext& context, uint32_t overflowFrames, ListMeasures&
     return true;
 }
 
-// The frames of the overflow file, none if it is missing; nothing if it is there and cannot be opened or measured.
-std::optional<uint32_t> OverflowFrames(OperationContext& context) {
+// The frames of the overflow file, none if it is missing; nothing if it is there and cannot be opened or measured. If
+// there are any, they are looked at again once nobody can take or give back frames: list and length belong together.
+std::optional<uint32_t> HoldOverflowFrames(OperationContext& context) {
     uint32_t frames = 0;
     const std::optional<Code> damage = DamageOf([&] {
         context.AttachOverflow(OverflowAttachment::Missing::Fail);
         frames = context.OverflowFrames();
+        if (frames > 0) {
+            context.AllocationLock.Lock(kOverflowAllocation, true);
+            frames = context.OverflowFrames();
+        }
     });
     if (!damage) {
         return frames;
@@ -125,7 +129,7 @@ bool CheckHeldFile(FileCall& call, Verification& result) {
         result.Problem.Number(uint64_t{frames} * file.FrameSize).Number(file.Modulo).Number(file.FrameSize);
         return false;
     }
-    const std::optional<uint32_t> overflowFrames = OverflowFrames(context);
+    const std::optional<uint32_t> overflowFrames = HoldOverflowFrames(context);
     if (!overflowFrames) {
         Report(result.Problem, Problem::ListUnreadable);
         result.Problem.Number(0);
