@@ -5,6 +5,8 @@
 #include <qx.hpp>
 #include <stdexcept>
 
+#include "support/stacks.h"
+
 namespace qx_test {
 
 namespace {
@@ -24,6 +26,16 @@ std::chrono::seconds Crew::Duration() {
 void Crew::Member::Fail(const std::string& what) const {
     throw std::runtime_error("seed " + std::to_string(crew_.seed_) + ", " + name_ + " after " +
                              std::to_string(steps_.load()) + " steps, " + step_.load() + ": " + what);
+}
+
+void Crew::Member::AwaitShift() {
+    constexpr std::chrono::milliseconds kDay{100};
+    constexpr std::chrono::milliseconds kShift{25};
+    const auto now = Clock::now().time_since_epoch() % kDay;
+    if (crew_.inShifts_ && now > kShift) {
+        Step("resting");
+        std::this_thread::sleep_for(kDay - now);
+    }
 }
 
 void Crew::Add(std::string name, std::function<void(Member&)> body) {
@@ -99,6 +111,7 @@ void Crew::ReportStandstill() const {
     for (const Member& member : members_) {
         std::cerr << "  " << member.name_ << " after " << member.steps_ << " steps: " << member.step_ << '\n';
     }
+    PrintAllStacks();
     std::abort();
 }
 

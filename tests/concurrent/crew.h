@@ -34,6 +34,10 @@ class Crew {
         uint32_t Below(uint64_t bound) { return static_cast<uint32_t>(random_() % bound); }
         bool OneIn(uint32_t count) { return Below(count) == 0; }
 
+        // If the crew works in shifts, rests until the next one, together with everybody else. Locks that have to wait
+        // until no call is inside the file, for which they look now and then, come into their own then.
+        void AwaitShift();
+
         [[noreturn]] void Fail(const std::string& what) const;
 
       private:
@@ -54,6 +58,8 @@ class Crew {
 
     void Add(std::string name, std::function<void(Member&)> body);
 
+    void WorkInShifts() { inShifts_ = true; }
+
     // How long the threads of a test work: CORVANE_SECONDS, or 2.
     static std::chrono::seconds Duration();
 
@@ -69,6 +75,7 @@ class Crew {
     [[noreturn]] void ReportStandstill() const;
 
     const uint64_t seed_;
+    bool inShifts_ = false;
     std::list<Member> members_;
     std::atomic<bool> ending_{false};
     std::mutex mutex_;  // what follows

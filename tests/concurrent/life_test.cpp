@@ -6,6 +6,7 @@
 #include "checker/group_rule.h"
 #include "concurrent/shared_file.h"
 #include "support/test_seed.h"
+#include "support/worker_witness.h"
 
 namespace qx_test {
 namespace {
@@ -122,17 +123,75 @@ void HoldSelect(Crew::Member& member, SharedFile& file, Owner& owner) {
     }
 }
 
+// Walks to the end, or gives up on the way.
+void WalkKeys(Crew::Member& member, SharedFile& file) {
+    while (member.GoOn()) {
+        member.Step("opening a file to walk");
+        OpenedFile opened(file.Library, file.Path());
+        for (int i = 0; i < 5; ++i) {
+            member.AwaitShift();
+            member.Step("walking");
+            const auto walk = [&member](auto&& keys) {
+                for (const std::string_view key : keys) {
+                    if (key.empty() || member.OneIn(2000)) {
+                        break;
+                    }
+                }
+            };
+            member.OneIn(2) ? walk(opened.File.Keys()) : walk(opened.File.ReverseKeys());
+            Rest(member.Below(20'000));
+        }
+    }
+}
+
+// Nothing is ever wrong with the file or one of its groups.
+void Verify(Crew::Member& member, SharedFile& file) {
+    constexpr uint32_t kFile = 0;
+    constexpr uint32_t kGroup = 1;
+    constexpr uint32_t kEnd = 2;
+    constexpr uint32_t kStatistics = 0;
+    constexpr uint32_t kProblem = 1;
+    uint32_t session = 0;
+    uint32_t handle = 0;
+    StatusRecord status{};
+    SessionOptions sessionOptions{};
+    sessionOptions.Size = sizeof sessionOptions;
+    OpenOptions options{};
+    options.Size = sizeof options;
+    RequireDone(QXOpenSession(TestCallback, &sessionOptions, &session, &status), status);
+    Buffer(kStatistics) = file.Path();
+    RequireDone(QXOpenFile(session, kStatistics, &options, &handle, &status), status);
+    const auto check = [&](uint32_t mode, uint32_t group) {
+        RequireDone(QXVerifyGroup(handle, mode, group, kStatistics, kProblem, &status), status);
+        if (!Buffer(kProblem).empty()) {
+            member.Fail("mode " + std::to_string(mode) + ", group " + std::to_string(group) + ": " + Buffer(kProblem));
+        }
+    };
+    while (member.GoOn()) {
+        member.Step("verifying the file");
+        check(kFile, 0);
+        FileHeaderRecord header{};
+        header.Size = sizeof header;
+        RequireDone(QXGetFileHeader(handle, &header, &status), status);
+        for (uint32_t group = 0; group < header.Modulo; ++group) {
+            member.AwaitShift();
+            member.Step("verifying a group");
+            check(kGroup, group);
+        }
+        member.Step("ending the verification");
+        check(kEnd, 0);
+        Rest(member.Below(20'000));
+    }
+    RequireDone(QXCloseSession(session, &status), status);
+}
+
 class ConcurrentLife : public testing::TestWithParam<FileSettings> {
   protected:
     // Adds a thread that works on keys of its own.
     void AddOwner(const std::string& name, const std::function<void(Crew::Member&, Owner&)>& body) {
         Records& due = results_.emplace_back();
-        crew_.Add(name, [&due, body, inShifts = inShifts_,
-                         key = static_cast<char>('a' + results_.size())](Crew::Member& member) {
+        crew_.Add(name, [&due, body, key = static_cast<char>('a' + results_.size())](Crew::Member& member) {
             Owner owner(member, std::string(1, key), 40);
-            if (inShifts) {
-                owner.WorkInShifts();
-            }
             body(member, owner);
             due = owner.Due();
         });
@@ -142,7 +201,8 @@ class ConcurrentLife : public testing::TestWithParam<FileSettings> {
         for (int i = 0; i < 3; ++i) {
             AddOwner("worker " + std::to_string(i),
                      [opened = file_.Join(), clears](Crew::Member& member, Owner& owner) {
-                         while (member.GoOn()) {
+                         for (int turn = 0; member.GoOn(); ++turn) {
+                             owner.Follow(turn % 6 < 3 ? Owner::Tide::Rising : Owner::Tide::Falling);
                              for (int j = 0; j < 200; ++j) {
                                  owner.Operate(opened->File, clears);
                              }
@@ -150,6 +210,18 @@ class ConcurrentLife : public testing::TestWithParam<FileSettings> {
                          }
                      });
         }
+    }
+
+    void AddClearer(uint32_t mostMicrosecondsBetween) {
+        crew_.Add("clearer", [this, mostMicrosecondsBetween](Crew::Member& member) {
+            const auto opened = file_.OpenOwn();
+            while (member.GoOn()) {
+                member.AwaitShift();
+                member.Step("clearing");
+                opened->File.Clear();
+                Rest(member.Below(mostMicrosecondsBetween));
+            }
+        });
     }
 
     Records Due() const {
@@ -161,7 +233,6 @@ class ConcurrentLife : public testing::TestWithParam<FileSettings> {
     }
 
     const uint64_t seed_ = TestSeed();
-    bool inShifts_ = false;  // of the owners added from now on
     SharedFile file_{GetParam()};
     std::list<Records> results_;
     Crew crew_{seed_};
@@ -176,7 +247,7 @@ TEST_P(ConcurrentLife, OpeningClosingFlushing) {
 }
 
 TEST_P(ConcurrentLife, GroupLocksAndSelectHolds) {
-    inShifts_ = true;
+    crew_.WorkInShifts();
     AddWorkers(Owner::Clears::No);
     AddOwner("opener", [this](Crew::Member& member, Owner& owner) { OpenAndClose(member, file_, owner); });
     AddOwner("holder", [this](Crew::Member& member, Owner& owner) { HoldSelect(member, file_, owner); });
@@ -188,15 +259,30 @@ TEST_P(ConcurrentLife, GroupLocksAndSelectHolds) {
 
 TEST_P(ConcurrentLife, Clearing) {
     AddWorkers(Owner::Clears::Yes);
-    crew_.Add("clearer", [this](Crew::Member& member) {
-        const auto opened = file_.OpenOwn();
-        while (member.GoOn()) {
-            member.Step("clearing");
-            opened->File.Clear();
-            Rest(member.Below(20'000));
-        }
-    });
+    AddClearer(20'000);
     crew_.Run();
+    file_.Check();
+}
+
+TEST_P(ConcurrentLife, WalkingAndVerifying) {
+    AddWorkers(Owner::Clears::No);
+    crew_.Add("walker 0", [this](Crew::Member& member) { WalkKeys(member, file_); });
+    crew_.Add("walker 1", [this](Crew::Member& member) { WalkKeys(member, file_); });
+    crew_.Add("verifier", [this](Crew::Member& member) { Verify(member, file_); });
+    crew_.Run();
+    file_.Check(Due());
+}
+
+// Nobody and nothing, the worker included, may wait for ever for anybody else.
+TEST_P(ConcurrentLife, EverythingAtOnce) {
+    crew_.WorkInShifts();
+    AddWorkers(Owner::Clears::Yes);
+    AddClearer(200'000);
+    crew_.Add("walker", [this](Crew::Member& member) { WalkKeys(member, file_); });
+    crew_.Add("verifier", [this](Crew::Member& member) { Verify(member, file_); });
+    crew_.Add("locker", [this](Crew::Member& member) { LockAndUnlock(member, file_); });
+    crew_.Run();
+    WorkerWitness(file_.Library, file_.Path() + "WITNESS").AwaitTurn();
     file_.Check();
 }
 

@@ -1,8 +1,6 @@
 #include "concurrent/shared_file.h"
 
-#include <chrono>
 #include <stdexcept>
-#include <thread>
 
 #include "checker/byte_checker.h"
 
@@ -40,21 +38,8 @@ void SharedFile::Check(const std::optional<Records>& due) {
     }
 }
 
-void Owner::AwaitShift() {
-    using namespace std::chrono;
-    constexpr milliseconds kDay{100};
-    constexpr milliseconds kShift{25};
-    const auto now = steady_clock::now().time_since_epoch() % kDay;
-    if (now > kShift) {
-        member_.Step("resting");
-        std::this_thread::sleep_for(kDay - now);
-    }
-}
-
 void Owner::Operate(qx::File& file, Clears clears) {
-    if (inShifts_) {
-        AwaitShift();
-    }
+    member_.AwaitShift();
     const std::string key = name_ + std::to_string(member_.Below(keys_));
     const auto known = records_.find(key);
     const uint32_t choice = member_.Below(100);

@@ -73,17 +73,10 @@ class Owner {
     enum class Tide { None, Rising, Falling };
     void Follow(Tide tide) { tide_ = tide; }
 
-    // From now on rests for most of the time, at the same time as all others who do so. Locks that have to wait until
-    // no call is inside the file, for which they look now and then, come into their own then.
-    void WorkInShifts() { inShifts_ = true; }
-
   private:
-    void AwaitShift();
-
     Crew::Member& member_;
     const std::string name_;
     const size_t keys_;
-    bool inShifts_ = false;
     Tide tide_ = Tide::None;
     Records records_;
 };
