@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <string>
 
 #include "platform/platform.h"
 #include "runtime/library_record.h"
@@ -28,42 +29,69 @@ FileResult TransferResult(SystemError error, SystemError exhausted) {
     return error == exhausted ? FileResult::Exhausted : FileResult::Failed;
 }
 
+bool IsOnThisComputer(std::string_view path) {
+    const std::string_view host = theLibrary.Host();
+    return path.size() > 2 + host.size() && path.substr(2, host.size()) == host && path[2 + host.size()] == '\\';
+}
+
+// A canonical name as the operating system wants it; empty when it names nothing that this computer can reach.
+SystemError MakeLocalName(std::string_view name, std::string* local) {
+    if (!name.starts_with("\\\\")) {
+        return SystemError::None;
+    }
+    if (IsOnThisComputer(name)) {
+        *local = name.substr(2 + theLibrary.Host().size());
+        std::replace(local->begin(), local->end(), '\\', '/');
+        return SystemError::None;
+    }
+    std::optional<MountTable> mounts;
+    const SystemError error = ReadMounts(&mounts);
+    if (error == SystemError::None) {
+        *local = mounts->LocalPathOf(name).value_or("");
+    }
+    return error;
+}
+
+template <class Operation>
+FileResult OnLocalName(std::string_view name, Operation&& operation) {
+    std::string local;
+    const SystemError error = MakeLocalName(name, &local);
+    return NamedResult(error != SystemError::None ? error : operation(local.c_str()));
+}
+
 uint64_t Offset(uint32_t unit, uint32_t index) {
     return uint64_t{unit} * index;
 }
 
 }  // namespace
 
-std::string LocalName(std::string_view canonicalName) {
-    const std::string_view host = theLibrary.Host();
-    const size_t prefix = 2 + host.size();
-    if (canonicalName.size() <= prefix || !canonicalName.starts_with("\\\\") ||
-        canonicalName.substr(2, host.size()) != host || canonicalName[prefix] != '\\') {
-        return {};
+SystemError ReadMounts(std::optional<MountTable>* mounts) {
+    std::string table;
+    const SystemError error = thePlatform.Directories->MountTable(&table);
+    if (error == SystemError::None) {
+        mounts->emplace(table, theLibrary.Host());
     }
-    std::string local(canonicalName.substr(prefix));
-    std::replace(local.begin(), local.end(), '\\', '/');
-    return local;
+    return error;
 }
 
 FileResult OsFileExists(std::string_view name) {
-    return NamedResult(thePlatform.Files->Exists(LocalName(name).c_str()));
+    return OnLocalName(name, [](const char* path) { return thePlatform.Files->Exists(path); });
 }
 
 FileResult OsCreateFile(std::string_view name, Sharing sharing, OsHandle* handle) {
-    return NamedResult(thePlatform.Files->Create(LocalName(name).c_str(), sharing, handle));
+    return OnLocalName(name, [&](const char* path) { return thePlatform.Files->Create(path, sharing, handle); });
 }
 
 FileResult OsOpenFile(std::string_view name, Access access, Sharing sharing, OsHandle* handle) {
-    return NamedResult(thePlatform.Files->Open(LocalName(name).c_str(), access, sharing, handle));
+    return OnLocalName(name, [&](const char* path) { return thePlatform.Files->Open(path, access, sharing, handle); });
 }
 
 FileResult OsClaimForDelete(std::string_view name, OsHandle* claim) {
-    return NamedResult(thePlatform.Files->ClaimForDelete(LocalName(name).c_str(), claim));
+    return OnLocalName(name, [&](const char* path) { return thePlatform.Files->ClaimForDelete(path, claim); });
 }
 
 FileResult OsDeleteClaimed(std::string_view name, OsHandle claim) {
-    return NamedResult(thePlatform.Files->DeleteClaimed(LocalName(name).c_str(), claim));
+    return OnLocalName(name, [&](const char* path) { return thePlatform.Files->DeleteClaimed(path, claim); });
 }
 
 FileResult OsRead(OsHandle handle, uint32_t unit, uint32_t index, void* buffer, uint32_t length) {

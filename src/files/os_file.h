@@ -3,9 +3,10 @@
 #pragma once
 
 #include <cstdint>
-#include <string>
+#include <optional>
 #include <string_view>
 
+#include "files/mount_table.h"
 #include "platform/file_service.h"
 
 namespace qx {
@@ -14,8 +15,8 @@ namespace qx {
 // transfer (writes), a failing lock service (locks).
 enum class FileResult : int32_t { Done = 1, Failed = 0, Exhausted = -1 };
 
-// A canonical name as the operating system wants it; empty when it names nothing that this computer can reach.
-std::string LocalName(std::string_view canonicalName);
+// The file systems that are mounted now. NoHandles or Other when the system does not tell them.
+SystemError ReadMounts(std::optional<MountTable>* mounts);
 
 FileResult OsFileExists(std::string_view name);
 FileResult OsCreateFile(std::string_view name, Sharing sharing, OsHandle* handle);

@@ -22,6 +22,11 @@ class DirectoryService {
 
     // Where a symbolic link to a directory leads, as an absolute path without links; false when `path` is no such link.
     virtual bool ResolveDirectoryLink(const std::string& path, std::string* target) = 0;
+
+    // The system's table of mounted file systems, one a line: numbers, numbers, numbers, the part of the file system
+    // that is mounted, the directory where, options, a dash, the kind of file system, and what is mounted. Empty where
+    // the system has no such table; NoHandles or Other.
+    virtual SystemError MountTable(std::string* table) = 0;
 };
 
 }  // namespace qx

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "files/file_cache.h"
+#include "platform/ascii_case.h"
 #include "platform/platform.h"
 #include "runtime/library_record.h"
 #include "runtime/status.h"
@@ -11,16 +12,6 @@
 namespace qx {
 
 namespace {
-
-std::string UpperCase(std::string_view text) {
-    std::string upper(text);
-    for (char& c : upper) {
-        if (c >= 'a' && c <= 'z') {
-            c = static_cast<char>(c - 'a' + 'A');
-        }
-    }
-    return upper;
-}
 
 std::vector<std::string_view> Components(std::string_view path) {
     std::vector<std::string_view> components;
@@ -86,7 +77,24 @@ class DirectoryWalk {
     std::string path_;
 };
 
-std::optional<CanonicalPath> LocalPath(std::string_view name) {
+MountTable MountsNow() {
+    std::optional<MountTable> mounts;
+    for (;;) {
+        const SystemError error = ReadMounts(&mounts);
+        if (error == SystemError::None) {
+            return *std::move(mounts);
+        }
+        if (error != SystemError::NoHandles) {
+            Raise(Code::BadPath);
+        }
+        if (!CloseOneIdleFile()) {
+            Raise(Code::NoFileHandle, Number(WhichFile::Primary));
+        }
+    }
+}
+
+// A path on this computer, which may lead to another one through a mounted directory.
+std::optional<CanonicalPath> LocalPath(std::string_view name, const MountTable& mounts) {
     std::string start;
     if (!name.starts_with('\\') && !thePlatform.Directories->CurrentDirectory(&start)) {
         return std::nullopt;
@@ -99,19 +107,20 @@ std::optional<CanonicalPath> LocalPath(std::string_view name) {
     for (size_t i = 0; i + 1 < components.size(); ++i) {
         directory.Enter(components[i]);
     }
-    std::string local = directory.Path() + '/' + directory.Stored(components.back(), kPrimaryExtension);
-    if (local.find('\\') != std::string::npos) {
+    const std::string stored = directory.Stored(components.back(), kPrimaryExtension);
+    if (directory.Path().find('\\') != std::string::npos) {
         return std::nullopt;  // a directory whose own name holds a separator cannot be named
     }
-    std::replace(local.begin(), local.end(), '/', '\\');
-    std::string path = "\\\\";
-    path += theLibrary.Host();
-    path += local;
-    return CanonicalPath{std::move(path), theLibrary.ComputerNameLength + 3};
+    const NetworkMount* mount = mounts.MountOf(directory.Path());
+    CanonicalPath path{mount != nullptr ? mount->Name : "\\\\" + std::string(theLibrary.Host()),
+                       mount != nullptr ? mount->RootLength : theLibrary.ComputerNameLength + 3};
+    path.Path += directory.Path().substr(mount != nullptr ? mount->Directory.size() : 0) + '/' + stored;
+    std::replace(path.Path.begin(), path.Path.end(), '/', '\\');
+    return path;
 }
 
-// A path on another computer; its directories cannot be looked up.
-std::optional<CanonicalPath> NetworkPath(std::string_view server, std::string_view rest) {
+// A path on another computer. Its directories can be looked up where they are mounted.
+std::optional<CanonicalPath> NetworkPath(std::string_view server, std::string_view rest, const MountTable& mounts) {
     const std::vector<std::string_view> components = Components(rest);
     if (components.size() < 2 || rest.back() == '\\' || !IsFileName(components.front()) ||
         !IsFileName(components.back())) {
@@ -132,12 +141,17 @@ std::optional<CanonicalPath> NetworkPath(std::string_view server, std::string_vi
         path += '\\';
     }
     path += components.back();
+    if (std::optional<std::string> local = mounts.LocalPathOf(path)) {
+        std::replace(local->begin(), local->end(), '/', '\\');
+        return LocalPath(*local, mounts);
+    }
     return CanonicalPath{std::move(path), root};
 }
 
 std::optional<CanonicalPath> AnyPath(std::string_view name) {
+    const MountTable mounts = MountsNow();
     if (!name.starts_with("\\\\")) {
-        return LocalPath(name);
+        return LocalPath(name, mounts);
     }
     const size_t serverEnd = name.find('\\', 2);
     if (serverEnd == std::string_view::npos) {
@@ -145,12 +159,12 @@ std::optional<CanonicalPath> AnyPath(std::string_view name) {
     }
     const std::string server = UpperCase(name.substr(2, serverEnd - 2));
     if (server == theLibrary.Host()) {
-        return LocalPath(name.substr(serverEnd));
+        return LocalPath(name.substr(serverEnd), mounts);
     }
     if (server.empty()) {
         Raise(Code::BadServerName);
     }
-    return NetworkPath(server, name.substr(serverEnd + 1));
+    return NetworkPath(server, name.substr(serverEnd + 1), mounts);
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "locking/lock_offsets.h"
+#include "platform/ascii_case.h"
 
 namespace qx {
 
@@ -130,14 +131,6 @@ bool IsSeparator(char c) {
 
 bool IsNameCharacter(char c) {
     return (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
-}
-
-std::string UpperCase(std::string_view text) {
-    std::string upper(text);
-    for (char& c : upper) {
-        c = c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
-    }
-    return upper;
 }
 
 class Parser {

@@ -40,6 +40,7 @@ std::set<uint32_t> CodesFor(Call call, SystemError error) {
         {Call::HeapAllocate, {1015}},
         {Call::BufferAllocate, {1014}},
         {Call::CurrentDirectory, {1006}},
+        {Call::MountTable, {1006, 1029}},
     };
     const auto known = codes.find(call);
     return known != codes.end() ? known->second : std::set{error == SystemError::VolumeFull ? 103U : 104U};

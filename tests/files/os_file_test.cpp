@@ -1,6 +1,8 @@
 #include "files/os_file.h"
 
+#include <algorithm>
 #include <cstring>
+#include <filesystem>
 
 #include "support/process_set_up.h"
 #include "support/test_library.h"
@@ -8,6 +10,7 @@
 namespace qx_test {
 namespace {
 
+namespace fs = std::filesystem;
 using qx::FileResult;
 using qx::SystemError;
 
@@ -22,14 +25,29 @@ class OsFile : public ProcessSetUp {
 
 TEST_F(OsFile, LocalNames) {
     NameHost("HOST");
-    EXPECT_EQ(qx::LocalName("\\\\HOST\\data\\CUST.LK"), "/data/CUST.LK");
-    EXPECT_EQ(qx::LocalName("\\\\HOST\\CUST.LK"), "/CUST.LK");
-    for (const char* elsewhere :
-         {"\\\\HOSTA\\data\\CUST.LK", "\\\\HOS\\T\\CUST.LK", "\\\\host\\data\\CUST.LK", "\\\\SERVER\\SHARE\\CUST.LK",
-          "\\\\HOST", "\\HOST\\data\\CUST.LK", "/data/CUST.LK", "data\\CUST.LK", "\\\\", ""}) {
-        EXPECT_EQ(qx::LocalName(elsewhere), "") << elsewhere;
+    const TestDirectory directory;
+    fs::create_directory(directory.File("data"));
+    WriteWholeFile(directory.File("data/CUST.LK"), "");
+    fs::current_path(directory.Path());
+    std::string path = fs::canonical(directory.Path()).string();
+    Platform.PretendMounts("1 1 1:1 / " + path + " rw - cifs //server/share rw\n");
+    const auto exists = [](const std::string& name) {
+        std::string backslashed = name;
+        std::replace(backslashed.begin(), backslashed.end(), '/', '\\');
+        return qx::OsFileExists(backslashed);
+    };
+    EXPECT_EQ(exists("//HOST" + path + "/data/CUST.LK"), FileResult::Done);
+    EXPECT_EQ(exists("//SERVER/SHARE/data/CUST.LK"), FileResult::Done);
+    for (const std::string& elsewhere :
+         {"//HOSTA" + path + "/data/CUST.LK", "//HOS/T" + path + "/data/CUST.LK", "//host" + path + "/data/CUST.LK",
+          "/HOST" + path + "/data/CUST.LK", path + "/data/CUST.LK", std::string("data/CUST.LK"), std::string("//HOST"),
+          std::string("//SERVER/SHARED/data/CUST.LK"), std::string("//SERVER/data/CUST.LK"), std::string("//"),
+          std::string()}) {
+        EXPECT_EQ(exists(elsewhere), FileResult::Failed) << elsewhere;
     }
-    EXPECT_EQ(qx::OsFileExists("\\\\SERVER\\SHARE\\CUST.LK"), FileResult::Failed);
+    Platform.Fail(Call::MountTable, 1, SystemError::NoHandles);
+    EXPECT_EQ(exists("//SERVER/SHARE/data/CUST.LK"), FileResult::Exhausted);
+    fs::current_path("/");
 }
 
 TEST_F(OsFile, TransfersAreByUnitAndTellTheEndFromAFailure) {

@@ -11,7 +11,7 @@ const char* NameOf(Call call) {
         "Exists",      "Create",           "Open",       "ClaimForDelete", "Delete",         "Read",
         "Write",       "GetSize",          "SetSize",    "Flush",          "Reserve",        "Lock",
         "EventCreate", "EventReset",       "HeapCreate", "HeapAllocate",   "BufferAllocate", "ThreadStart",
-        "PinModule",   "CurrentDirectory", "IsSupported"};
+        "PinModule",   "CurrentDirectory", "MountTable", "IsSupported"};
     static_assert(std::size(kNames) == kCallKinds);
     return kNames[static_cast<uint32_t>(call)];
 }
@@ -261,6 +261,14 @@ class FaultyDirectories final : public qx::DirectoryService {
     }
     bool ResolveDirectoryLink(const std::string& path, std::string* target) override {
         return Real().ResolveDirectoryLink(path, target);
+    }
+    SystemError MountTable(std::string* table) override {
+        SystemError error = owner_.Ask(Call::MountTable);
+        if (error == SystemError::None) {
+            error = Real().MountTable(table);
+        }
+        *table += owner_.PretendedMounts();
+        return error;
     }
 
   private:

@@ -9,6 +9,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <vector>
 
 #include "platform/platform.h"
@@ -37,6 +38,7 @@ enum class Call : uint32_t {
     ThreadStart,
     PinModule,
     CurrentDirectory,
+    MountTable,
     IsSupported,
 };
 inline constexpr uint32_t kCallKinds = static_cast<uint32_t>(Call::IsSupported) + 1;
@@ -67,6 +69,10 @@ class FaultyPlatform {
 
     // Runs inside every call that unlocks a byte range, before the range is free.
     std::function<void()> DuringUnlock;
+
+    // From now on the system's table of mounts has these lines at its end.
+    void PretendMounts(std::string lines) { mounts_ = std::move(lines); }
+    const std::string& PretendedMounts() const { return mounts_; }
 
     // Orders no further faults and lifts the limit.
     void Clear();
@@ -115,6 +121,7 @@ class FaultyPlatform {
     Order any_;
     std::array<std::atomic<uint64_t>, kCallKinds> counts_{};
     std::atomic<uint64_t> all_{0};
+    std::string mounts_;
     std::atomic<size_t> partial_{0};
     std::atomic<int64_t> openHandlesLimit_{kNoLimit};
     std::atomic<bool> delivered_{false};

@@ -128,6 +128,40 @@ TEST_F(CanonicalPath, PathsOnOtherComputers) {
     }
 }
 
+TEST_F(CanonicalPath, MountedDirectoriesAreNamedByTheirServer) {
+    fs::create_directories(root_ + "/mnt a/Dir/Sub");
+    fs::create_directories(root_ + "/again/Dir/Sub");
+    fs::create_directories(root_ + "/part/inner");
+    fs::create_directory_symlink(root_ + "/mnt a/Dir", root_ + "/tomount");
+    fs::create_directory_symlink(root_ + "/DATA", root_ + "/mnt a/out");
+    WriteWholeFile(root_ + "/mnt a/Dir/Cust.LK", "");
+    Platform.PretendMounts("1 1 1:1 / " + root_ + "/mnt\\040a rw - cifs //server/share rw\n1 1 1:1 / " + root_ +
+                           "/again rw - cifs //SERVER/Share rw\n1 1 1:1 / " + root_ +
+                           "/part rw - nfs files:/export/data rw\n1 1 1:1 / " + root_ +
+                           "/part/inner rw - ext4 /dev/x rw\n");
+    for (const auto& [name, expected] : std::initializer_list<std::pair<std::string, std::string>>{
+             {"mnt a/dir/CUST", "\\\\SERVER\\SHARE\\Dir\\Cust"},
+             {"MNT A/Cust", "\\\\SERVER\\SHARE\\Cust"},
+             {"tomount/cust", "\\\\SERVER\\SHARE\\Dir\\Cust"},
+             {"//server/share/dir/cust", "\\\\SERVER\\SHARE\\Dir\\Cust"},
+             {"again/dir/other", "\\\\SERVER\\SHARE\\Dir\\other"},
+             {"mnt a/../mnt a/Dir/sub/X", "\\\\SERVER\\SHARE\\Dir\\Sub\\X"},
+             {"//server/share/../../cust", "\\\\SERVER\\SHARE\\cust"},
+             {"//server/share/out/cust", InRoot("DATA/Cust")},
+             {"part/Cust", "\\\\FILES\\EXPORT\\data\\Cust"},
+             {"//files/export/DATA/Cust", "\\\\FILES\\EXPORT\\data\\Cust"},
+             {"//files/export/Cust", "\\\\FILES\\EXPORT\\Cust"},  // not mounted
+             {"part/inner/Cust", InRoot("part/inner/Cust")},
+         }) {
+        EXPECT_EQ(Of(name), expected) << name;
+    }
+    EXPECT_EQ(qx::MakeCanonicalPath("part/Cust")->RootLength, std::string_view("//FILES/EXPORT/").size());
+    Platform.Fail(Call::MountTable, 1);
+    EXPECT_EQ(Raised([] { qx::MakeCanonicalPath("DATA/Cust"); }), (Status{1006, 0, 0}));
+    Platform.Fail(Call::MountTable, 1, qx::SystemError::NoHandles);
+    EXPECT_EQ(Raised([] { qx::MakeCanonicalPath("DATA/Cust"); }), (Status{1029, 1, 0}));
+}
+
 TEST_F(CanonicalPath, NamesThatLeadNowhere) {
     fs::create_directory(root_ + "/back\\slash");
     fs::create_directory_symlink("back\\slash", root_ + "/toback");

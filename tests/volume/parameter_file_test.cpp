@@ -63,6 +63,34 @@ TEST_F(ParameterFile, TheNearestOneCounts) {
     }
 }
 
+TEST_F(ParameterFile, OfAMountedShare) {
+    Write(".", "FILLCHARACTER=1");
+    Write("mnt", "FILLCHARACTER=2");
+    fs::create_directories(Path("mnt/dir"));
+    fs::create_directories(Path("bare/dir"));
+    const std::string root = fs::canonical(Directory.Path());
+    Faults.PretendMounts("1 1 1:1 / " + root + "/mnt rw - cifs //srv/data rw\n1 1 1:1 / " + root +
+                         "/bare rw - nfs srv:/bare rw\n");
+    ASSERT_TRUE(Create("mnt/dir/F"));
+    ASSERT_TRUE(Create("bare/dir/F"));
+    EXPECT_TRUE(fs::exists(Path("mnt/dir/MOXLOCKS")));
+    EXPECT_EQ(qx::Volumes().at("\\\\SRV\\DATA\\dir\\")->Settings.FillCharacter, 2U);
+    EXPECT_EQ(qx::Volumes().at("\\\\SRV\\BARE\\dir\\")->Settings.FillCharacter, 0U) << "not from above the share";
+    Buffer(kName) = "//srv/data/dir/f";
+    uint32_t file = kNone;
+    ASSERT_TRUE(Run([&](StatusRecord* status) { return QXOpenFile(Session, kName, nullptr, &file, status); }));
+    EXPECT_TRUE(Put(file, "k", "data"));
+    ASSERT_TRUE(Close(file));
+    EXPECT_EQ(StoredRecords("mnt/dir/F"), (Records{{"k", "data"}}));
+
+    // A share that is not mounted here.
+    Buffer(kName) = "//srv/other/F";
+    EXPECT_FALSE(Run([&](StatusRecord* status) { return QXOpenFile(Session, kName, nullptr, &file, status); }));
+    EXPECT_EQ(LastStatus(), (Status{231, 1, 0}));
+    EXPECT_FALSE(Run([&](StatusRecord* status) { return QXCreateFile(Session, kName, nullptr, status); }));
+    EXPECT_EQ(LastStatus(), (Status{1020, 0, 0}));
+}
+
 TEST_F(ParameterFile, OnlyItsBeginningIsRead) {
     Write("a", std::string(10'000, ' ').replace(6130, 14, "FILLCHARACTER=").replace(6144, 2, "77"));
     EXPECT_EQ(SettingsOf("a").FillCharacter, 0U);

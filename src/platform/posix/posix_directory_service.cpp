@@ -3,30 +3,17 @@
 #include <cerrno>
 #include <climits>
 #include <dirent.h>
+#include <fcntl.h>
 #include <memory>
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "platform/ascii_case.h"
+
 namespace qx {
 
 namespace {
-
-char FoldCase(char c) {
-    return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
-}
-
-bool EqualWithoutCase(std::string_view a, std::string_view b) {
-    if (a.size() != b.size()) {
-        return false;
-    }
-    for (size_t i = 0; i < a.size(); ++i) {
-        if (FoldCase(a[i]) != FoldCase(b[i])) {
-            return false;
-        }
-    }
-    return true;
-}
 
 bool RealPath(const char* path, std::string* resolved) {
     const std::unique_ptr<char, void (*)(void*)> real(::realpath(path, nullptr), ::free);
@@ -89,6 +76,27 @@ bool PosixDirectoryService::ResolveDirectoryLink(const std::string& path, std::s
         return false;
     }
     return RealPath(path.c_str(), target);
+}
+
+SystemError PosixDirectoryService::MountTable(std::string* table) {
+    const int descriptor = ::open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC);
+    if (descriptor < 0) {
+        table->clear();
+        return errno == EMFILE || errno == ENFILE ? SystemError::NoHandles
+               : errno == ENOENT                  ? SystemError::None
+                                                  : SystemError::Other;
+    }
+    constexpr size_t kPiece = 4096;
+    size_t size = 0;
+    ssize_t count = 0;
+    do {
+        table->resize(size + kPiece);
+        count = ::read(descriptor, table->data() + size, kPiece);
+        size += count > 0 ? static_cast<size_t>(count) : 0;
+    } while (count > 0 || (count < 0 && errno == EINTR));
+    table->resize(size);
+    ::close(descriptor);
+    return count == 0 ? SystemError::None : SystemError::Other;
 }
 
 }  // namespace qx

@@ -10,6 +10,7 @@ class PosixDirectoryService final : public DirectoryService {
     SystemError FindEntry(const std::string& directory, std::string_view stem, std::string_view extension,
                           std::string* storedStem) override;
     bool ResolveDirectoryLink(const std::string& path, std::string* target) override;
+    SystemError MountTable(std::string* table) override;
 };
 
 }  // namespace qx
