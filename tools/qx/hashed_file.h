@@ -11,6 +11,7 @@ class HashedFile {
     explicit HashedFile(const std::string& name, const OpenSettings& settings = {})
         : session_(library_), file_(session_, name, settings) {}
 
+    File& operator*() noexcept { return file_; }
     File* operator->() noexcept { return &file_; }
 
     /// To be called by commands that write: only then is it certain that everything is stored.

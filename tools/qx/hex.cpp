@@ -7,13 +7,17 @@
 
 namespace qx::tool {
 
-std::string ToHex(std::string_view bytes) {
+void AppendHex(std::string& text, char byte) {
     constexpr std::string_view kDigits = "0123456789ABCDEF";
+    const auto value = static_cast<unsigned char>(byte);
+    text += kDigits[value >> 4];
+    text += kDigits[value & 15];
+}
+
+std::string ToHex(std::string_view bytes) {
     std::string digits;
-    for (const char c : bytes) {
-        const auto byte = static_cast<unsigned char>(c);
-        digits += kDigits[byte >> 4];
-        digits += kDigits[byte & 15];
+    for (const char byte : bytes) {
+        AppendHex(digits, byte);
     }
     return digits;
 }

@@ -4,6 +4,7 @@
 
 #include "arguments.h"
 #include "command.h"
+#include "filling.h"
 #include "hashed_file.h"
 #include "interrupt.h"
 #include "long_job.h"
@@ -34,11 +35,12 @@ ExitStatus Run(const Settings& settings, Output& output) {
         std::uint64_t imported = 0;
         const auto where = [&] { return source.Where() + ": key " + Quoted(source.Key()) + ": " + name; };
         const ExitStatus status = RunJob(progress, where, [&] {
+            Filling filling(*file);
             while (source.Next()) {
                 if (InterruptRequested()) {
                     throw Interrupted();
                 }
-                file->Write(source.Key(), source.Record());
+                filling.Write(source.Key(), source.Record());
                 ++imported;
                 progress.Show(imported, source.Input().BytesRead(), source.Input().Size());
             }

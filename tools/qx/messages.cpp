@@ -35,7 +35,8 @@ std::string Quoted(std::string_view bytes) {
         } else if (byte >= 0x20 && byte <= 0x7E) {
             text += c;
         } else {
-            text += "\\x" + ToHex({&c, 1});
+            text += "\\x";
+            AppendHex(text, c);
         }
     }
     text += '"';
