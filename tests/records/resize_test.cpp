@@ -1,172 +1,12 @@
 // Growing and shrinking by one group at a time: what moves, when it happens, and what stays as it is.
-#include <algorithm>
 #include <gtest/gtest.h>
-#include <random>
 
 #include "checker/bytes.h"
-#include "checker/file_builder.h"
-#include "checker/group_rule.h"
-#include "support/file_test.h"
+#include "records/resize_case.h"
 #include "support/test_seed.h"
-#include "support/worker_witness.h"
 
 namespace qx_test {
 namespace {
-
-using Item = qx_check::Record;
-
-constexpr uint32_t kSelectHold = 0xFFFFFFFE;
-constexpr uint32_t kPrimaryHeader = 13;
-constexpr const char* kFile = "RESIZE";
-
-// The records of every group, in stored order.
-using Groups = std::vector<std::vector<Item>>;
-
-size_t RecordBytes(const Item& record) {
-    const size_t length = qx_check::EncodeNumber(static_cast<uint32_t>(record.key.size())).size() + record.key.size() +
-                          record.data.size();
-    return qx_check::EncodeNumber(static_cast<uint32_t>(length)).size() + length + 1;
-}
-
-uint32_t GroupOf(const std::string& key, uint32_t modulo) {
-    return qx_check::GroupOf(qx_check::HashKey(key), qx_check::SplitModulo(modulo));
-}
-
-Groups Distribute(const std::vector<Item>& records, uint32_t modulo) {
-    Groups groups(modulo);
-    for (const Item& record : records) {
-        groups[GroupOf(record.key, modulo)].push_back(record);
-    }
-    return groups;
-}
-
-uint64_t LoadOf(const Groups& groups, const qx_check::FileShape& shape) {
-    uint64_t load = 0;
-    for (size_t i = 0; i < groups.size(); ++i) {
-        uint64_t bytes = (i == 0 ? shape.headerLength : kPrimaryHeader) + 1;
-        for (const Item& record : groups[i]) {
-            bytes += RecordBytes(record);
-        }
-        load += std::min<uint64_t>(bytes, shape.frameSize);
-    }
-    return load;
-}
-
-uint64_t GrowLimit(const qx_check::FileShape& shape, uint32_t modulo) {
-    return uint64_t{modulo} * (shape.threshold * shape.frameSize >> 8);
-}
-
-uint64_t ShrinkLimit(const qx_check::FileShape& shape, uint32_t modulo) {
-    return uint64_t{modulo - 1} * ((shape.threshold * shape.frameSize >> 8) * 9 / 10);
-}
-
-class ResizeTest : public FileTest {
-  protected:
-    ~ResizeTest() override { witness_.reset(), library_.reset(); }
-
-    uint32_t OpenBuilt(const qx_check::FileShape& shape, const std::vector<Item>& records) {
-        qx_check::BuildFile(shape, records).Save(Path(kFile));
-        return Open(kFile);
-    }
-
-    WorkerWitness& Worker() {
-        if (!witness_) {
-            library_.emplace();
-            witness_.emplace(*library_, Path("WITNESS"));
-        }
-        return *witness_;
-    }
-
-    // The number of groups once the worker has left the file.
-    uint32_t Settled(uint32_t file) { return Worker().Settle(file).Modulo; }
-
-    Groups StoredGroups() {
-        Groups groups;
-        const qx_check::Report report =
-            qx_check::CheckFile(Path(kFile), {}, [&](std::string_view key, std::string_view data, uint32_t group) {
-                groups.resize(std::max<size_t>(groups.size(), group + 1));
-                groups[group].push_back({std::string(key), std::string(data)});
-            });
-        EXPECT_EQ(testing::PrintToString(report.problems), "{}");
-        groups.resize(report.header.modulo);
-        return groups;
-    }
-
-  private:
-    std::optional<qx::Library> library_;
-    std::optional<WorkerWitness> witness_;
-};
-
-// A step and the groups that share records with the group that comes or goes, the last one of the larger number.
-struct Step {
-    uint32_t From;
-    uint32_t To;
-    std::vector<uint32_t> Others;
-
-    uint32_t Last() const { return std::max(From, To) - 1; }
-    bool Touches(uint32_t group) const {
-        return group == Last() || std::find(Others.begin(), Others.end(), group) != Others.end();
-    }
-};
-
-// Frames, and the longest keys and data of the records in them.
-struct Content {
-    uint32_t FrameSize;
-    uint32_t LongestKey;
-    uint32_t LongestData;
-};
-
-// A file just short of a step and the record that sets the step off when it is written or deleted.
-struct Brink {
-    qx_check::FileShape Shape;
-    std::vector<Item> Records;
-    Item Trigger;
-};
-
-std::vector<Item> With(std::vector<Item> records, const Item& one) {
-    records.push_back(one);
-    return records;
-}
-
-Item RandomRecord(std::mt19937_64& random, const Content& content, size_t number) {
-    const auto below = [&random](size_t bound) { return random() % bound; };
-    Item record{std::to_string(number) + '/', std::string(below(40), static_cast<char>(below(256)))};
-    if (below(3) == 0) {
-        record.key += std::string(below(content.LongestKey), static_cast<char>(below(256)));
-        record.data.assign(below(content.LongestData), static_cast<char>(below(256)));
-    }
-    return record;
-}
-
-// Records are added until the limit is crossed. Those that would lead to more than one step are not used.
-Brink FindBrink(std::mt19937_64& random, const Step& step, const Content& content) {
-    Brink brink;
-    brink.Shape.modulo = step.From;
-    brink.Shape.frameSize = content.FrameSize;
-    const bool grows = step.To > step.From;
-    const auto load = [&](const std::vector<Item>& records, uint32_t modulo) {
-        return LoadOf(Distribute(records, modulo), brink.Shape);
-    };
-    for (;;) {
-        brink.Records.clear();
-        for (;;) {
-            brink.Trigger = RandomRecord(random, content, brink.Records.size());
-            const uint64_t now = load(With(brink.Records, brink.Trigger), step.From);
-            if (grows ? now > GrowLimit(brink.Shape, step.From) : now >= ShrinkLimit(brink.Shape, step.From)) {
-                break;
-            }
-            brink.Records.push_back(brink.Trigger);
-        }
-        const std::vector<Item> all = With(brink.Records, brink.Trigger);
-        const auto isQuiet = [&](const std::vector<Item>& records, uint32_t modulo) {
-            const uint64_t bytes = load(records, modulo);
-            return bytes <= GrowLimit(brink.Shape, modulo) && bytes >= ShrinkLimit(brink.Shape, modulo);
-        };
-        if (isQuiet(grows ? brink.Records : all, step.From) && isQuiet(grows ? all : brink.Records, step.To)) {
-            return brink;
-        }
-    }
-}
 
 // The chain of a group as it lies in the files: its frames and their bytes, without the part of frame 0 that is the
 // file's header.
@@ -412,6 +252,33 @@ TEST_F(ResizeTest, WaitsForHolds) {
     EXPECT_GT(Settled(file), grown + 10) << "closing the handle gives its hold up";
     ASSERT_TRUE(Close(file));
     EXPECT_EQ(Problems(kFile), "");
+}
+
+// Stopping the library ends what the worker is doing at the next step, with a long row of them still to be done.
+TEST_F(ResizeTest, StopsAfterTheStepUnderWay) {
+    CreateOptions options{};
+    options.Size = sizeof options;
+    options.FrameSize = 256;
+    const auto holdAnd = [&](bool grows) {
+        const uint32_t file = Open(kFile);
+        EXPECT_TRUE(LockGroup(file, kSelectHold));
+        for (int i = 0; i < 2000; ++i) {
+            EXPECT_TRUE(grows ? Put(file, std::to_string(i), std::string(90, 'd')) : Erase(file, std::to_string(i)));
+        }
+        EXPECT_TRUE(UnlockGroup(file, kSelectHold));
+        StopLibrary();
+        EXPECT_EQ(Problems(kFile), "");
+        EXPECT_EQ(StoredRecords(kFile).size(), grows ? 2000U : 0U);
+        StartLibrary();
+    };
+    ASSERT_TRUE(Create(kFile, options));
+    holdAnd(true);
+    const uint32_t file = Open(kFile);
+    EXPECT_GT(Settled(file), 400U) << "goes on when it is opened again";
+    ASSERT_TRUE(Close(file));
+    StopWitness();
+    holdAnd(false);
+    EXPECT_EQ(Settled(Open(kFile)), 1U);
 }
 
 // A re-count that was finished stays so while the file grows and shrinks, and what it counted stays exact.
