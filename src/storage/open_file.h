@@ -57,8 +57,8 @@ struct OpenFile {
     std::atomic<uint32_t> Group0HeaderSize{0};  // 0: not loaded
     uint32_t FrameSize = 0;
     uint32_t Threshold = 0;
-    uint32_t ThresholdBytes = 0;  // load above which the file grows, bytes a group
-    uint32_t MergeBytes = 0;      // load below which the file shrinks, bytes a group
+    std::atomic<uint32_t> ThresholdBytes{0};  // load above which the file grows, bytes a group
+    std::atomic<uint32_t> MergeBytes{0};      // load below which the file shrinks, bytes a group
     std::atomic<uint32_t> Modulo{0};
     std::atomic<uint32_t> SizeLock{0};
 
