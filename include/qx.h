@@ -98,7 +98,11 @@ typedef struct FileHeaderRecord {
 /* Starting and stopping. */
 
 /* Starts the library in this process, or counts one more user of it. Fails with 1018 (version record), 1007 (set-up;
- * detail 2 is the step), 1015 (worker thread), 1101 or 1102 (it is being started or stopped). */
+ * detail 2 is the step), 1015 (worker thread), 1101 or 1102 (it is being started or stopped).
+ *
+ * A process that is forked off begins with a library that is not started: every call fails with 1100 until the process
+ * starts the library for itself. It has none of its parent's sessions, files and locks, and its parent keeps them all.
+ * A buffer callback must not fork a process that returns from the callback. */
 QX_API int32_t QXInitialize(ApiVersionRecord* version, StatusRecord* status);
 
 /* Undoes one QXInitialize. The last one closes every session and file and stops the worker thread. Fails with 1100 (not

@@ -2,6 +2,7 @@
 #include <qx.h>
 
 #include "api/entry.h"
+#include "api/forked_process.h"
 #include "api/session_closing.h"
 #include "files/file_cache.h"
 #include "records/resize_worker.h"
@@ -39,6 +40,9 @@ void Start() {
     theLibrary.Gate.BeginOpen();
     StatusRecord status{};
     const bool good = RunCatching(status, [] {
+        if (!WatchForks()) {
+            Raise(Code::NoMemory);
+        }
         SetUpProcess();
         if (!theResizeWorker.Start()) {
             TearDownProcess();

@@ -1,5 +1,7 @@
 #include "files/file_cache.h"
 
+#include <new>
+
 #include "platform/platform.h"
 #include "runtime/counters.h"
 
@@ -122,6 +124,10 @@ bool CloseOneIdleFile() {
     CacheCloseFile(*found);
     found->Mutex.Release(node);
     return true;
+}
+
+void ForgetIdleFiles() {
+    new (&idleList) IdleList;
 }
 
 }  // namespace qx

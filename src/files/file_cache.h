@@ -44,4 +44,7 @@ void IdleListRemove(CachedFile& entry);
 // Closes the file that has been idle longest and whose mutex is free; false when there is none.
 bool CloseOneIdleFile();
 
+// In a forked process, whose copies of the handles are closed: there are no idle files.
+void ForgetIdleFiles();
+
 }  // namespace qx

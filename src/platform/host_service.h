@@ -22,6 +22,10 @@ class HostService {
     // Keeps the library's own module loaded until it is released; null when that is not possible.
     virtual OsModule* PinModule() = 0;
     virtual void UnpinModule(OsModule* module) = 0;
+
+    // In every process that is forked off from now on, closes the copies of open files and then calls `inNewProcess`,
+    // which may not allocate. To be called once; false when the system refuses.
+    virtual bool OnFork(void (*inNewProcess)()) = 0;
 };
 
 }  // namespace qx

@@ -242,6 +242,7 @@ class FaultyHost final : public qx::HostService {
         return owner_.Ask(Call::PinModule) == SystemError::None ? Real().PinModule() : nullptr;
     }
     void UnpinModule(qx::OsModule* module) override { Real().UnpinModule(module); }
+    bool OnFork(void (*inNewProcess)()) override { return Real().OnFork(inNewProcess); }
 
   private:
     qx::HostService& Real() { return *owner_.Real().Host; }

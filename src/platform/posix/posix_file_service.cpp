@@ -6,6 +6,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "platform/posix/posix_descriptors.h"
+
 namespace qx {
 
 namespace {
@@ -47,14 +49,6 @@ int Descriptor(OsHandle handle) {
     return static_cast<int>(handle);
 }
 
-int OpenRetried(const char* path, int flags) {
-    int descriptor;
-    do {
-        descriptor = ::open(path, flags | O_CLOEXEC, 0666);
-    } while (descriptor < 0 && errno == EINTR);
-    return descriptor;
-}
-
 // F_RDLCK, F_WRLCK or F_UNLCK on a range; 0 or the error number.
 int SetLock(int descriptor, short type, uint64_t offset, uint32_t length) {
     struct flock range {};
@@ -94,7 +88,7 @@ SystemError TakeSharing(int descriptor, Sharing sharing) {
 SystemError Finish(int descriptor, Sharing sharing, OsHandle* handle) {
     const SystemError shared = TakeSharing(descriptor, sharing);
     if (shared != SystemError::None) {
-        ::close(descriptor);
+        CloseDescriptor(descriptor);
         return shared;
     }
     *handle = static_cast<OsHandle>(descriptor);
@@ -117,7 +111,7 @@ SystemError PosixFileService::Exists(const char* path) {
 }
 
 SystemError PosixFileService::Create(const char* path, Sharing sharing, OsHandle* handle) {
-    const int descriptor = OpenRetried(path, O_RDWR | O_CREAT | O_EXCL);
+    const int descriptor = OpenDescriptor(path, O_RDWR | O_CREAT | O_EXCL);
     if (descriptor < 0) {
         return FromErrno(errno);
     }
@@ -126,12 +120,12 @@ SystemError PosixFileService::Create(const char* path, Sharing sharing, OsHandle
 
 SystemError PosixFileService::Open(const char* path, Access access, Sharing sharing, OsHandle* handle) {
     for (int attempt = 0; attempt < kOpenAttempts; ++attempt) {
-        const int descriptor = OpenRetried(path, (access == Access::ReadOnly ? O_RDONLY : O_RDWR) | O_NONBLOCK);
+        const int descriptor = OpenDescriptor(path, (access == Access::ReadOnly ? O_RDONLY : O_RDWR) | O_NONBLOCK);
         if (descriptor < 0) {
             return FromErrno(errno);
         }
         if (!IsRegularFile(descriptor)) {
-            ::close(descriptor);
+            CloseDescriptor(descriptor);
             return SystemError::Other;
         }
         const SystemError result = Finish(descriptor, sharing, handle);
@@ -143,7 +137,7 @@ SystemError PosixFileService::Open(const char* path, Access access, Sharing shar
 }
 
 void PosixFileService::Close(OsHandle handle) {
-    ::close(Descriptor(handle));
+    CloseDescriptor(Descriptor(handle));
 }
 
 SystemError PosixFileService::ClaimForDelete(const char* path, OsHandle* claim) {

@@ -2,7 +2,10 @@
 
 #include <dlfcn.h>
 #include <link.h>
+#include <pthread.h>
 #include <unistd.h>
+
+#include "platform/posix/posix_descriptors.h"
 
 namespace qx {
 
@@ -10,6 +13,8 @@ namespace {
 
 // An address inside this module.
 const char kAnchor = 0;
+
+void (*atFork)() = nullptr;
 
 }  // namespace
 
@@ -43,6 +48,15 @@ OsModule* PosixHostService::PinModule() {
 
 void PosixHostService::UnpinModule(OsModule* module) {
     ::dlclose(module);
+}
+
+bool PosixHostService::OnFork(void (*inNewProcess)()) {
+    atFork = inNewProcess;
+    const auto inChild = [] {
+        CloseInheritedDescriptors();
+        atFork();
+    };
+    return ::pthread_atfork(nullptr, nullptr, inChild) == 0;
 }
 
 }  // namespace qx

@@ -10,6 +10,7 @@ class PosixHostService final : public HostService {
     uint32_t ComputerName(char (&name)[16]) override;
     OsModule* PinModule() override;
     void UnpinModule(OsModule* module) override;
+    bool OnFork(void (*inNewProcess)()) override;
 };
 
 }  // namespace qx
