@@ -133,10 +133,12 @@ QX_API int32_t QXFlush(uint32_t session, StatusRecord* status);
 /* Releases every file, record and group lock of the session. Fails with 1100, 1028. */
 QX_API int32_t QXUnlockAll(uint32_t session, StatusRecord* status);
 
-/* Reports on the process (kind 1), a volume (2), a file (3), a session (4), a file handle (5) or the servers (6).
- * `path` is a buffer object with a file name, which may be empty; `names` and `values` are buffer objects that receive
- * two parallel lists of entries. Fails with 100 (no such kind or subject), 1000, 1005, 1006 (path), 1002 (report larger
- * than the session's limit), 1028, 1100, 1107. */
+/* Reports on the process (kind 1), a volume (2), a file (3), a session (4), a file handle (5) or the servers (6); the
+ * session or file handle is `subjectHandle`. `path` is a buffer object with the name of a file of the volume, with the
+ * volume's own name and a separator behind it, or with nothing. `names` and `values` are buffer objects that receive
+ * two parallel lists; each entry ends with the byte FE, in nested lists with FD and FC. Fails with 100 (no such kind,
+ * or the process does not use the volume or file), 1000, 1005, 1006 (path), 1002 (report larger than the session's
+ * limit), 1028, 1100, 1107; the buffers are not brought to their final length then. */
 QX_API int32_t QXGetStatistics(uint32_t session, uint32_t kind, uint32_t path, uint32_t subjectHandle,
                                uint32_t reserved, uint32_t names, uint32_t values, StatusRecord* status);
 

@@ -151,6 +151,25 @@ void RunningCounts::FollowModulo(uint32_t before, uint32_t after) {
     }
 }
 
+RunningCounts::Observation RunningCounts::Observe() {
+    Observation seen{};
+    {
+        const SpinHold hold(alphaLock_);
+        seen.Alpha = alpha_;
+        seen.NewAlpha = newAlpha_;
+    }
+    {
+        const SpinHold hold(recordCountLock_);
+        seen.RecordCount = recordCount_;
+        seen.NewRecordCount = newRecordCount_;
+    }
+    const SpinHold hold(verificationLock_);
+    seen.ModuloVerified = moduloVerified_;
+    seen.AlphaVerified = alphaVerified_;
+    seen.RecordCountVerified = recordCountVerified_;
+    return seen;
+}
+
 uint32_t RunningCounts::ModuloVerified() {
     const SpinHold hold(verificationLock_);
     return moduloVerified_;

@@ -50,6 +50,18 @@ class RunningCounts {
     // The number of groups changes from `before` to `after`: a finished re-count stays finished.
     void FollowModulo(uint32_t before, uint32_t after);
 
+    // Everything there is; what stands under one lock was read at one moment.
+    struct Observation {
+        uint64_t Alpha;
+        uint64_t NewAlpha;
+        uint32_t RecordCount;
+        uint32_t NewRecordCount;
+        uint32_t ModuloVerified;
+        uint64_t AlphaVerified;
+        uint32_t RecordCountVerified;
+    };
+    Observation Observe();
+
     uint32_t ModuloVerified();
     uint64_t NewAlpha();
     uint32_t NewRecordCount();

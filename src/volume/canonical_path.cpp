@@ -1,6 +1,7 @@
 #include "volume/canonical_path.h"
 
 #include <algorithm>
+#include <span>
 #include <vector>
 
 #include "files/file_cache.h"
@@ -26,6 +27,21 @@ std::vector<std::string_view> Components(std::string_view path) {
 bool IsFileName(std::string_view component) {
     return !component.empty() && component != "." && component != "..";
 }
+
+// A path taken apart. One that ends with a separator has no file.
+struct Parts {
+    explicit Parts(std::string_view path) : Directories(Components(path)) {
+        if (!path.ends_with('\\') && !Directories.empty()) {
+            File = Directories.back();
+            Directories.pop_back();
+        }
+    }
+
+    bool LeadSomewhere() const { return File.empty() || IsFileName(File); }
+
+    std::vector<std::string_view> Directories;
+    std::string_view File;
+};
 
 void DropLastComponent(std::string& directory, size_t shortest) {
     directory.resize(std::max(directory.rfind('/'), shortest));
@@ -99,15 +115,15 @@ std::optional<CanonicalPath> LocalPath(std::string_view name, const MountTable& 
     if (!name.starts_with('\\') && !thePlatform.Directories->CurrentDirectory(&start)) {
         return std::nullopt;
     }
-    const std::vector<std::string_view> components = Components(name);
-    if (components.empty() || name.back() == '\\' || !IsFileName(components.back())) {
+    const Parts parts(name);
+    if (!parts.LeadSomewhere()) {
         return std::nullopt;
     }
     DirectoryWalk directory(std::move(start));
-    for (size_t i = 0; i + 1 < components.size(); ++i) {
-        directory.Enter(components[i]);
+    for (const std::string_view component : parts.Directories) {
+        directory.Enter(component);
     }
-    const std::string stored = directory.Stored(components.back(), kPrimaryExtension);
+    const std::string stored = parts.File.empty() ? "" : directory.Stored(parts.File, kPrimaryExtension);
     if (directory.Path().find('\\') != std::string::npos) {
         return std::nullopt;  // a directory whose own name holds a separator cannot be named
     }
@@ -121,18 +137,17 @@ std::optional<CanonicalPath> LocalPath(std::string_view name, const MountTable& 
 
 // A path on another computer. Its directories can be looked up where they are mounted.
 std::optional<CanonicalPath> NetworkPath(std::string_view server, std::string_view rest, const MountTable& mounts) {
-    const std::vector<std::string_view> components = Components(rest);
-    if (components.size() < 2 || rest.back() == '\\' || !IsFileName(components.front()) ||
-        !IsFileName(components.back())) {
+    const Parts parts(rest);
+    if (parts.Directories.empty() || !IsFileName(parts.Directories.front()) || !parts.LeadSomewhere()) {
         return std::nullopt;
     }
-    std::string path = "\\\\" + std::string(server) + '\\' + UpperCase(components.front()) + '\\';
+    std::string path = "\\\\" + std::string(server) + '\\' + UpperCase(parts.Directories.front()) + '\\';
     const size_t root = path.size();
     std::vector<std::string_view> kept;
-    for (size_t i = 1; i + 1 < components.size(); ++i) {
-        if (IsFileName(components[i])) {
-            kept.push_back(components[i]);
-        } else if (components[i] == ".." && !kept.empty()) {
+    for (const std::string_view component : std::span(parts.Directories).subspan(1)) {
+        if (IsFileName(component)) {
+            kept.push_back(component);
+        } else if (component == ".." && !kept.empty()) {
             kept.pop_back();
         }
     }
@@ -140,7 +155,7 @@ std::optional<CanonicalPath> NetworkPath(std::string_view server, std::string_vi
         path += component;
         path += '\\';
     }
-    path += components.back();
+    path += parts.File;
     if (std::optional<std::string> local = mounts.LocalPathOf(path)) {
         std::replace(local->begin(), local->end(), '/', '\\');
         return LocalPath(*local, mounts);
@@ -169,14 +184,14 @@ std::optional<CanonicalPath> AnyPath(std::string_view name) {
 
 }  // namespace
 
-std::optional<CanonicalPath> MakeCanonicalPath(std::string_view name) {
+std::optional<CanonicalPath> MakeCanonicalPath(std::string_view name, PathEnd end) {
     if (name.empty() || name.size() > kLongestCanonicalPath || name.find('\0') != std::string_view::npos) {
         return std::nullopt;
     }
     std::string separated(name);
     std::replace(separated.begin(), separated.end(), '/', '\\');
     std::optional<CanonicalPath> path = AnyPath(separated);
-    if (path && path->Path.size() > kLongestCanonicalPath) {
+    if (path && (path->Path.size() > kLongestCanonicalPath || (end == PathEnd::File && path->FileName().empty()))) {
         return std::nullopt;
     }
     return path;

@@ -24,10 +24,13 @@ struct CanonicalPath {
     std::string_view FileName() const { return std::string_view(Path).substr(Path.rfind('\\') + 1); }
 };
 
+// What a name that ends with a separator is: no name of a file, or that of a volume, whose file name is empty.
+enum class PathEnd : uint8_t { File, FileOrVolume };
+
 // Nothing when the name leads to no path, volume and file. A directory that is mounted from another computer has its
 // name there. A component keeps the case that it has on disk; one that does not exist keeps the case that it is written
 // in. A name that begins with two separators names its server first. Raises 1005 when such a name has no server part,
 // 1029 when there is no file handle left to look it up with, 1006 when the system does not tell what is mounted.
-std::optional<CanonicalPath> MakeCanonicalPath(std::string_view name);
+std::optional<CanonicalPath> MakeCanonicalPath(std::string_view name, PathEnd end = PathEnd::File);
 
 }  // namespace qx

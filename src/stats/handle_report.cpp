@@ -1,0 +1,45 @@
+#include "stats/counter_runs.h"
+#include "stats/report_field.h"
+#include "stats/reports.h"
+#include "storage/file_handle.h"
+#include "storage/open_file.h"
+
+namespace qx {
+
+namespace {
+
+constexpr ReportField<FileHandle> kHandle[] = {
+    {"Session", [](ReportWriter& report, FileHandle& handle) { report.Number(handle.Session); }},
+    {"Remote", [](ReportWriter& report, FileHandle&) { report.Boolean(false); }},
+    {"Volume Name", [](ReportWriter& report, FileHandle& handle) { report.Bytes(handle.File->Volume.Name); }},
+    {"File Name", [](ReportWriter& report, FileHandle& handle) { report.Bytes(handle.File->Name); }},
+    {"Read Only", [](ReportWriter& report, FileHandle& handle) { report.Boolean(handle.ReadOnly); }},
+    {"Select Delimiter", [](ReportWriter& report, FileHandle& handle) { report.Number(handle.SelectDelimiter); }},
+    {"Select Minimum Size", [](ReportWriter& report, FileHandle& handle) { report.Number(handle.SelectMinimumSize); }},
+};
+
+constexpr ReportField<FileHandle> kWalk[] = {
+    {"Position Start", [](ReportWriter& report, FileHandle& handle) { report.Number(handle.PositionStart); }},
+    {"Position End", [](ReportWriter& report, FileHandle& handle) { report.Number(handle.PositionEnd); }},
+};
+
+void WriteLocks(ReportWriter& report, FileHandle&) {
+    report.List("File Locks Exclusive", [] {});
+    report.Table("Record Locks", {"Key Id", "Exclusive"}, [] {});
+}
+
+void WriteWalk(ReportWriter& report, FileHandle& handle) {
+    const ClaimHold hold(handle.SelectState);
+    WriteFields(report, handle, kWalk);
+}
+
+}  // namespace
+
+void WriteHandleReport(ReportWriter& report, FileHandle& handle) {
+    WriteFields(report, handle, kHandle);
+    WriteLocks(report, handle);
+    WriteWalk(report, handle);
+    WriteCounts(report, handle.Counters, {kHandleCalls});
+}
+
+}  // namespace qx

@@ -1,0 +1,40 @@
+#include "runtime/library_record.h"
+#include "stats/counter_runs.h"
+#include "stats/name_list.h"
+#include "stats/report_field.h"
+#include "stats/reports.h"
+#include "volume/volume_record.h"
+
+namespace qx {
+
+namespace {
+
+constexpr ReportField<const LibraryRecord> kSettings[] = {
+    {"QX API Version", [](ReportWriter& report, const LibraryRecord&) { report.Bytes("1.1.1.0"); }},
+    {"QX API Prior Version", [](ReportWriter& report, const LibraryRecord&) { report.Bytes("1.1.0"); }},
+    {"QX TBX Protocol Version", [](ReportWriter& report, const LibraryRecord&) { report.Bytes("3.0.0"); }},
+    {"QX TBX Protocol Prior Version", [](ReportWriter& report, const LibraryRecord&) { report.Bytes("3.0.0"); }},
+    {"Multiple Threads", [](ReportWriter& report, const LibraryRecord&) { report.Number(1); }},
+    {"Multiple Processes", [](ReportWriter& report, const LibraryRecord&) { report.Number(1); }},
+    {"Full Statistics", [](ReportWriter& report, const LibraryRecord&) { report.Number(1); }},
+    {"Select Cache", [](ReportWriter& report, const LibraryRecord&) { report.Number(0); }},
+    {"Client Enabled", [](ReportWriter& report, const LibraryRecord&) { report.Number(1); }},
+    {"TBX Active", [](ReportWriter& report, const LibraryRecord&) { report.Number(0); }},
+    {"Fill Character",
+     [](ReportWriter& report, const LibraryRecord& library) { report.Number(library.FillCharacter); }},
+    {"Group Lock Timeout",
+     [](ReportWriter& report, const LibraryRecord& library) { report.Number(library.GroupLockTimeout); }},
+    {"Volume Names", [](ReportWriter& report, const LibraryRecord&) { WriteNameList(report, Volumes()); }},
+};
+
+}  // namespace
+
+void WriteProcessReport(ReportWriter& report) {
+    WriteFields<const LibraryRecord>(report, theLibrary, kSettings);
+    WriteCounts(report, theProcessCounters,
+                {kLiveSystemFiles, kLibraryCalls, kSessionCalls, kNameCalls, kHandleCalls, kLiveSessions, kLiveVolumes,
+                 kLiveFiles, kLiveSessionFiles, kWork});
+    WriteErrors(report, theProcessCounters, {kRefusals, kFileErrors, kMemoryErrors, kGroupLockErrors});
+}
+
+}  // namespace qx
