@@ -63,6 +63,23 @@ uint32_t MoveRecords(OperationContext& context, uint32_t removed, const ResizeGr
     return chain;
 }
 
+// Gives a target the end back that it had, if the stream may have written over it: what lies before it there is the
+// same. Without this the group would go on in a frame that has not been written, and from there anywhere.
+void CutBack(OperationContext& context, const OutputPlace& end, const OutputPlace& reached) {
+    const bool isBeingWritten = context.Output.Place.Group == end.Group;
+    if (!isBeingWritten && reached.File == end.File && reached.Frame == end.Frame) {
+        return;
+    }
+    uint8_t* frame = context.Input.Buffer;
+    context.Input.Group = end.Group;
+    ReadFrame(context, end.File, end.Frame, context.File.FrameSize, ShortRead::Fail, frame);
+    SetForwardLink(frame, 0);
+    SetSkipLink(frame, 0);
+    frame[end.Position] = kEndOfGroup;
+    std::memset(frame + end.Position + 1, context.FillCharacter(), context.File.FrameSize - end.Position - 1);
+    WriteFrame(context, end.File, end.Frame, context.File.FrameSize, frame);
+}
+
 void FreeChain(OperationContext& context, uint32_t owner, uint32_t frame) {
     uint8_t* buffer = context.Input.Buffer;
     while (frame != 0) {
@@ -94,23 +111,35 @@ bool Contract(OperationContext& context) {
     TakeRoomForContract(context, removed, targets);
     context.Levels.CountWork(Counter::ContractModulos);
     ResizeWriter writers[kMostTargets];
+    OutputPlace ends[kMostTargets];
     for (uint32_t i = 0; i < targets.Count(); ++i) {
         writers[i] = StartTarget(context, targets[i], removed, context.Buffer(kTargetBuffers[i]));
+        ends[i] = writers[i].Place;
     }
-    const uint32_t chain = MoveRecords(context, removed, targets, writers);
-    file.Counts.ChangeAlpha(removed, file.Capped(context.Input.GroupBytes), 0);
-    for (uint32_t i = 0; i < targets.Count(); ++i) {
-        writers[i].Finish(context);
-        writers[i].Account(context);
-        locks.Release(targets[i]);
+    uint32_t chain = 0;
+    uint32_t finished = 0;
+    FirstFailure failure;
+    failure.Run([&] {
+        chain = MoveRecords(context, removed, targets, writers);
+        file.Counts.ChangeAlpha(removed, file.Capped(context.Input.GroupBytes), 0);
+        for (; finished < targets.Count(); ++finished) {
+            writers[finished].Finish(context);
+            writers[finished].Account(context);
+            locks.Release(targets[finished]);
+        }
+    });
+    for (uint32_t i = finished; i < targets.Count(); ++i) {
+        FirstFailure ignored;
+        ignored.Run([&] { CutBack(context, ends[i], writers[i].Place); });
     }
+    failure.RaiseIfAny();
+    // Before anything of the removed group is given up: it is still whole if the header cannot be written.
+    StoreModulo(context, removed);
     FreeChain(context, removed, chain);
     context.List.Commit();
     SetFileFrames(context, WhichFile::Primary, removed);
     file.Counts.FollowModulo(removed + 1, removed);
     locks.Release(removed);
-    file.Modulo = removed;
-    WriteHeader(context);
     FlushAfterResize(context);
     return true;
 }

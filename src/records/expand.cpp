@@ -77,8 +77,7 @@ bool Expand(OperationContext& context) {
     context.List.Commit();
     added.Account(context);
     locks.Release(modulo);
-    file.Modulo = modulo + 1;
-    WriteHeader(context);
+    StoreModulo(context, modulo + 1);
     FlushAfterResize(context);
     return true;
 }

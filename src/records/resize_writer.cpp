@@ -85,6 +85,16 @@ uint32_t HashRecord(InputCursor& input) {
     return hash.Value();
 }
 
+void StoreModulo(OperationContext& context, uint32_t modulo) {
+    OpenFile& file = context.File;
+    const uint32_t before = file.Modulo.exchange(modulo);
+    FirstFailure failure;
+    if (!failure.Run([&] { WriteHeader(context); })) {
+        file.Modulo = before;
+        failure.RaiseIfAny();
+    }
+}
+
 void FlushAfterResize(OperationContext& context) {
     FlushAfterUpdate(context);
     if (!context.Settings().FlushAllUpdates && context.Settings().FlushFileSizeUpdates) {

@@ -74,6 +74,9 @@ class ResizeLocks {
 // Reads the header of the record under the cursor and its key, and returns the key's hash.
 uint32_t HashRecord(InputCursor& input);
 
+// Sets the number of groups and writes the header; the old number stays if that fails.
+void StoreModulo(OperationContext& context, uint32_t modulo);
+
 // The file must be flushed after a step if its volume asks for that.
 void FlushAfterResize(OperationContext& context);
 
