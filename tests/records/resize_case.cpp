@@ -22,14 +22,18 @@ Groups Distribute(const std::vector<Item>& records, uint32_t modulo) {
     return groups;
 }
 
+uint64_t BytesOf(const Groups& groups, size_t group, const qx_check::FileShape& shape) {
+    uint64_t bytes = (group == 0 ? shape.headerLength : kPrimaryHeader) + 1;
+    for (const Item& record : groups[group]) {
+        bytes += RecordBytes(record);
+    }
+    return bytes;
+}
+
 uint64_t LoadOf(const Groups& groups, const qx_check::FileShape& shape) {
     uint64_t load = 0;
     for (size_t i = 0; i < groups.size(); ++i) {
-        uint64_t bytes = (i == 0 ? shape.headerLength : kPrimaryHeader) + 1;
-        for (const Item& record : groups[i]) {
-            bytes += RecordBytes(record);
-        }
-        load += std::min<uint64_t>(bytes, shape.frameSize);
+        load += std::min<uint64_t>(BytesOf(groups, i, shape), shape.frameSize);
     }
     return load;
 }

@@ -25,6 +25,8 @@ using Groups = std::vector<std::vector<Item>>;
 size_t RecordBytes(const Item& record);
 uint32_t GroupOf(const std::string& key, uint32_t modulo);
 Groups Distribute(const std::vector<Item>& records, uint32_t modulo);
+// Bytes of a group, and what all of them count in the file's load.
+uint64_t BytesOf(const Groups& groups, size_t group, const qx_check::FileShape& shape);
 uint64_t LoadOf(const Groups& groups, const qx_check::FileShape& shape);
 
 // Loads beyond which a file grows, and below which it shrinks.
