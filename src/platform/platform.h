@@ -8,6 +8,7 @@
 #include "platform/file_service.h"
 #include "platform/host_service.h"
 #include "platform/memory_service.h"
+#include "platform/module_service.h"
 #include "platform/thread_service.h"
 
 namespace qx {
@@ -20,6 +21,7 @@ struct Platform {
     ClockService* Clock;
     HostService* Host;
     DirectoryService* Directories;
+    ModuleService* Modules;
 };
 
 // The services in use; from the moment the module is loaded, those of the operating system. To be changed only while no

@@ -16,6 +16,8 @@ class BufferAccess {
     BufferAccess() = default;
     explicit BufferAccess(BufferCallback callback) : callback_(callback) {}
 
+    BufferCallback Callback() const { return callback_; }
+
     // The bytes of a buffer, which stay valid until the running call returns.
     std::string_view Get(uint32_t buffer) const;
 

@@ -12,6 +12,7 @@
 namespace qx {
 
 struct CallerGroupLock;
+struct RemoteSession;
 struct VolumeUse;
 
 struct SessionRecord {
@@ -21,10 +22,11 @@ struct SessionRecord {
     uint32_t MaximumIdentifierSessions = 0;
     uint32_t IdentifierLength = 0;
     char Identifier[16] = {};
-    VolumeUse* VolumeUses = nullptr;       // one for each volume that the session uses
-    ClaimMutex GroupLockMutex;             // taking and giving up the group below
-    CallerGroupLock* GroupLock = nullptr;  // the group that the session holds for its application
-    HandleList Files;                      // its open file handles
+    VolumeUse* VolumeUses = nullptr;          // one for each volume that the session uses
+    RemoteSession* RemoteSessions = nullptr;  // one for each server that it uses
+    ClaimMutex GroupLockMutex;                // taking and giving up the group below
+    CallerGroupLock* GroupLock = nullptr;     // the group that the session holds for its application
+    HandleList Files;                         // its open file handles
     CounterSet Counters;
 
     std::string_view IdentifierBytes() const { return {Identifier, IdentifierLength}; }

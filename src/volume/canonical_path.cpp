@@ -9,6 +9,7 @@
 #include "platform/platform.h"
 #include "runtime/library_record.h"
 #include "runtime/status.h"
+#include "volume/parameter_text.h"
 
 namespace qx {
 
@@ -163,6 +164,17 @@ std::optional<CanonicalPath> NetworkPath(std::string_view server, std::string_vi
     return CanonicalPath{std::move(path), root};
 }
 
+// Takes the port off a server that is written as server:port.
+std::optional<uint32_t> TakePort(std::string& server) {
+    const size_t colon = server.find(':');
+    const std::optional<uint32_t> port =
+        colon == std::string::npos ? std::nullopt : PortIn(std::string_view(server).substr(colon + 1));
+    if (port) {
+        server.resize(colon);
+    }
+    return port;
+}
+
 std::optional<CanonicalPath> AnyPath(std::string_view name) {
     const MountTable mounts = MountsNow();
     if (!name.starts_with("\\\\")) {
@@ -172,14 +184,18 @@ std::optional<CanonicalPath> AnyPath(std::string_view name) {
     if (serverEnd == std::string_view::npos) {
         Raise(Code::BadServerName);
     }
-    const std::string server = UpperCase(name.substr(2, serverEnd - 2));
-    if (server == theLibrary.Host()) {
-        return LocalPath(name.substr(serverEnd), mounts);
-    }
-    if (server.empty()) {
+    std::string server = UpperCase(name.substr(2, serverEnd - 2));
+    const std::optional<uint32_t> port = TakePort(server);
+    const bool isHere = server == theLibrary.Host();
+    if (server.empty() && !isHere) {
         Raise(Code::BadServerName);
     }
-    return NetworkPath(server, name.substr(serverEnd + 1), mounts);
+    std::optional<CanonicalPath> path =
+        isHere ? LocalPath(name.substr(serverEnd), mounts) : NetworkPath(server, name.substr(serverEnd + 1), mounts);
+    if (path) {
+        path->Port = port;
+    }
+    return path;
 }
 
 }  // namespace

@@ -18,6 +18,7 @@ inline constexpr std::string_view kOverflowExtension = ".OV";
 struct CanonicalPath {
     std::string Path;
     size_t RootLength = 0;  // up to and including the separator after the share, or after the local computer's name
+    std::optional<uint32_t> Port = std::nullopt;  // that the name gave with its server
 
     // The volume: everything up to and including the last separator.
     std::string_view Volume() const { return std::string_view(Path).substr(0, Path.rfind('\\') + 1); }

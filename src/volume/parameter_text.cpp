@@ -81,7 +81,7 @@ bool StorePipeName(std::string_view value, Parameters& parameters) {
 }
 
 bool StorePort(std::string_view value, Parameters& parameters) {
-    return StoreIfValid(parameters.Server.TcpIpPort, value == "NONE" ? kNoPort : AsNumber(value));
+    return StoreIfValid(parameters.Server.TcpIpPort, PortIn(value));
 }
 
 template <std::string ServerEntries::*field>
@@ -240,6 +240,10 @@ std::string_view WordOf(Keyword keyword) {
 
 ParameterReading ApplyParameterText(std::string_view text, Parameters& parameters) {
     return Parser(text.substr(0, kParameterTextLimit), parameters).Run();
+}
+
+std::optional<uint32_t> PortIn(std::string_view text) {
+    return text == "NONE" ? kNoPort : AsNumber(text);
 }
 
 std::string_view EnclosingDirectory(std::string_view directory) {

@@ -38,6 +38,9 @@ struct ServerEntries {
 
 inline constexpr uint32_t kNoPort = 0xFFFFFFFF;
 
+// A port as it is written, in upper case: a number, or NONE. Nothing for anything else.
+std::optional<uint32_t> PortIn(std::string_view text);
+
 struct Parameters {
     VolumeSettings Settings;
     ServerEntries Server;
