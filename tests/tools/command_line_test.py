@@ -6,7 +6,7 @@ import unittest
 
 from tool_case import DONE, FAILURE, TOOL, WRONG_USE, ToolCase
 
-COMMANDS = ["create", "import", "compare", "get", "put", "delete", "group", "keys", "dump", "load", "copy",
+COMMANDS = ["create", "import", "compare", "get", "put", "delete", "group", "keys", "export", "dump", "load", "copy",
             "header", "clear", "drop"]
 
 
@@ -38,7 +38,7 @@ class CommandLine(ToolCase):
     def test_a_missing_file_is_3_and_is_named(self):
         for arguments in [["get", "NONE", "k"], ["put", "NONE", "k", "f"], ["delete", "NONE", "k"], ["group", "NONE", "k"],
                           ["header", "NONE"], ["clear", "NONE", "--yes"], ["drop", "NONE", "--yes"], ["import", "NONE"],
-                          ["compare", "NONE"], ["keys", "NONE"], ["dump", "NONE"], ["copy", "NONE", "B"]]:
+                          ["compare", "NONE"], ["keys", "NONE"], ["export", "NONE"], ["dump", "NONE"], ["copy", "NONE", "B"]]:
             result = self.qx(*arguments, status=FAILURE)
             self.assertRegex(result.err, r"\Aqx: NONE: .*\. \(code 231\)\n\Z")
         self.assertEqual(os.listdir(self.directory), [])

@@ -40,6 +40,7 @@ Command AddPutCommand(CLI::App& root);
 Command AddDeleteCommand(CLI::App& root);
 Command AddGroupCommand(CLI::App& root);
 Command AddKeysCommand(CLI::App& root);
+Command AddExportCommand(CLI::App& root);
 Command AddDumpCommand(CLI::App& root);
 Command AddLoadCommand(CLI::App& root);
 Command AddCopyCommand(CLI::App& root);

@@ -41,9 +41,10 @@ ExitStatus Run(int count, char** arguments) {
         "argument that begins with a dash is given after --, as in: qx get CUST -- -x\n\n"
         "Exit status: 0 done; 1 no such record (compare: something differs); 2 wrong use; 3 failure.");
     const std::vector<Command> commands = {
-        AddCreateCommand(app), AddImportCommand(app), AddCompareCommand(app), AddGetCommand(app),  AddPutCommand(app),
-        AddDeleteCommand(app), AddGroupCommand(app),  AddKeysCommand(app),    AddDumpCommand(app), AddLoadCommand(app),
-        AddCopyCommand(app),   AddHeaderCommand(app), AddClearCommand(app),   AddDropCommand(app),
+        AddCreateCommand(app), AddImportCommand(app), AddCompareCommand(app), AddGetCommand(app),
+        AddPutCommand(app),    AddDeleteCommand(app), AddGroupCommand(app),   AddKeysCommand(app),
+        AddExportCommand(app), AddDumpCommand(app),   AddLoadCommand(app),    AddCopyCommand(app),
+        AddHeaderCommand(app), AddClearCommand(app),  AddDropCommand(app),
     };
 
     Output output;

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <string>
 
+#include "delimited_options.h"
 #include "delimited_reader.h"
 #include "input_stream.h"
 
@@ -15,22 +16,15 @@ class RecordSourceOptions {
   public:
     explicit RecordSourceOptions(CLI::App& app);
 
-    /// Throws WrongUse.
-    DelimitedFormat Format() const;
-
-    /// The column of the key as the user wrote it.
-    std::string KeyColumn() const;
-
+    const DelimitedOptions& Delimited() const { return delimited_; }
     std::string InputName() const;
     bool HasHeader() const { return header_->count() != 0; }
     bool SkipsBad() const { return skipBad_->count() != 0; }
 
   private:
     const CLI::Option* input_;
-    const CLI::Option* delimiter_;
-    const CLI::Option* key_;
+    DelimitedOptions delimited_;
     const CLI::Option* header_;
-    const CLI::Option* noQuotes_;
     const CLI::Option* skipBad_;
 };
 
@@ -55,7 +49,7 @@ class RecordSource {
     std::uint64_t BadLines() const noexcept { return badLines_; }
 
   private:
-    void ReadHeader(const std::string& keyColumn);
+    void ReadHeader(const DelimitedOptions& options);
     std::string Fault() const;
     void TakeLine();
 
