@@ -8,12 +8,13 @@ die() {
     exit 1
 }
 
+# missing_packages LIST...: what the lists name and this machine lacks.
 missing_packages() {
     local package status
     while read -r package; do
         status=$(dpkg-query --show --showformat='${db:Status-Status}' "$package" 2>/dev/null) || true
         [[ $status == installed ]] || echo "$package"
-    done < <(sed -e 's/#.*//' -e '/^[[:space:]]*$/d' "$CORVANE_ROOT/scripts/packages.txt")
+    done < <(cd "$CORVANE_ROOT/scripts" && sed -e 's/#.*//' -e '/^[[:space:]]*$/d' "$@")
 }
 
 # Whether apt's lists, which a bare machine lacks, know every one of the packages.
@@ -24,12 +25,12 @@ have_candidates() {
     done
 }
 
-# Installs the packages of packages.txt that this machine lacks.
+# need_packages [LIST...]: installs the packages of packages.txt, and of further lists, that this machine lacks.
 need_packages() {
     command -v dpkg-query apt-get >/dev/null ||
-        die "this is no Debian machine; install by hand what scripts/packages.txt names"
+        die "this is no Debian machine; install by hand what scripts/packages.txt names${1:+, and $*}"
     local missing
-    mapfile -t missing < <(missing_packages)
+    mapfile -t missing < <(missing_packages packages.txt "$@")
     ((${#missing[@]} > 0)) || return 0
 
     local apt=(env DEBIAN_FRONTEND=noninteractive apt-get --quiet --yes)
