@@ -5,6 +5,7 @@
 #include <qx.h>
 #include <utility>
 
+#include "remote/remote_file.h"
 #include "runtime/library_record.h"
 #include "runtime/status.h"
 #include "storage/file_call.h"
@@ -94,29 +95,40 @@ class FileEntry {
   public:
     explicit FileEntry(uint32_t handle)
         : fileEntry_(theLibrary.Files, handle),
-          handle_(fileEntry_.Enter<FileHandle>()),
-          sessionEntry_(theLibrary.Sessions, handle_->Session),
-          Call(*sessionEntry_.Enter<SessionRecord>(), handle, *handle_) {}
+          Handle(*fileEntry_.Enter<FileHandle>()),
+          sessionEntry_(theLibrary.Sessions, Handle.Session),
+          Session(*sessionEntry_.Enter<SessionRecord>()) {}
 
     void BeginClose() { fileEntry_.BeginClose(); }
 
   private:
     LibraryEntry library_;
     HandleEntry fileEntry_;
-    FileHandle* const handle_;
+
+  public:
+    FileHandle& Handle;
+
+  private:
     HandleEntry sessionEntry_;
 
   public:
-    FileCall Call;
+    SessionRecord& Session;
 };
 
-// An exported function on a file handle: entered, counted, worked.
-template <class Work>
-int32_t FileOperation(uint32_t file, Counter counter, StatusRecord* status, Work&& work) noexcept {
+// An exported function on a file handle: entered, then counted and forwarded to the file's server, or counted and
+// worked.
+template <class Forward, class Work>
+int32_t FileOperation(uint32_t file, Counter counter, StatusRecord* status, Forward&& forward, Work&& work) noexcept {
     return ExportedCall(status, [&](StatusRecord& target) {
         FileEntry entry(file);
-        entry.Call.Levels.CountCall(counter);
-        return std::forward<Work>(work)(entry.Call, target);
+        if (entry.Handle.IsRemote()) {
+            CounterLevels{.Session = &entry.Session.Counters}.CountCall(counter);
+            std::forward<Forward>(forward)(RemoteFileCall(*entry.Handle.Remote, entry.Session.Buffers));
+            return true;
+        }
+        FileCall call(entry.Session, file, entry.Handle);
+        call.Levels.CountCall(counter);
+        return std::forward<Work>(work)(call, target);
     });
 }
 

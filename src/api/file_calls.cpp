@@ -1,9 +1,12 @@
 // QXCreateFile, QXDeleteFile, QXOpenFile, QXCloseFile, QXClearFile, QXGetFileHeader, QXGetGroupNumber.
 #include <algorithm>
+#include <limits>
+#include <optional>
 #include <qx.h>
 
 #include "api/caller_record.h"
 #include "api/entry.h"
+#include "api/session_closing.h"
 #include "records/read.h"
 #include "storage/caller_group_lock.h"
 #include "storage/file_clearing.h"
@@ -12,6 +15,7 @@
 #include "storage/file_opening.h"
 #include "storage/name_resolution.h"
 #include "storage/operation_context.h"
+#include "storage/remote_handle.h"
 
 namespace qx {
 
@@ -51,15 +55,47 @@ FileHeaderRecord DescribeHeader(OpenFile& file) {
     return record;
 }
 
-// An exported function on a file's name: entered, counted, resolved, worked.
-template <class Work>
+CreateFileRequest RequestFor(uint32_t serverSession, const FileHeader& header) {
+    if (header.FrameSize > std::numeric_limits<uint16_t>::max()) {
+        Raise(Code::CreateFailed, Number(WhichFile::Primary));  // the protocol has no room for such frames
+    }
+    CreateFileRequest request;
+    request.Session = serverSession;
+    request.Modulo = header.Modulo;
+    request.FrameSize = static_cast<uint16_t>(header.FrameSize);
+    request.Threshold = header.Threshold;
+    request.SizeLock = header.SizeLock;
+    request.Version = static_cast<uint16_t>(VersionOf(header.HeaderLength));
+    return request;
+}
+
+FileHeaderRecord DescribeHeader(const GetFileHeaderResults& header) {
+    FileHeaderRecord record{};
+    record.Version = header.Version;
+    record.FrameSize = header.FrameSize;
+    record.Threshold = header.Threshold;
+    record.SizeLock = header.SizeLock;
+    record.Modulo = header.Modulo;
+    record.RecordCount = header.RecordCount;
+    record.Alpha = header.Alpha;
+    record.ModuloVerified = header.ModuloVerified;
+    return record;
+}
+
+// An exported function on a file's name: entered, counted, resolved, then forwarded to the file's server, or worked.
+template <class Forward, class Work>
 int32_t NameOperation(uint32_t session, uint32_t name, Existence expected, Counter counter, StatusRecord* status,
-                      Work&& work) noexcept {
+                      Forward&& forward, Work&& work) noexcept {
     return ExportedCall(status, [&](StatusRecord&) {
         SessionEntry entry(session);
         entry.Count(counter);
         const ClaimHold api(theLibrary.ApiMutex);
-        ResolvedFile resolved(*entry.Session, session, name, expected);
+        const CanonicalPath path = PathOfName(*entry.Session, name);
+        if (const std::optional<ServedName> served = FindServer(*entry.Session, path)) {
+            forward(*served, *entry.Session);
+            return true;
+        }
+        ResolvedFile resolved(*entry.Session, session, path, expected);
         resolved.Levels.Volume->Increment(counter);
         resolved.Levels.File->Increment(counter);
         work(resolved);
@@ -75,24 +111,36 @@ extern "C" {
 
 int32_t QXCreateFile(uint32_t session, uint32_t name, const CreateOptions* options, StatusRecord* status) {
     using namespace qx;
-    return NameOperation(session, name, Existence::MustNotExist, Counter::CreateFiles, status,
-                         [&](ResolvedFile& resolved) {
-                             const FileHeader header = HeaderToCreate(ReadCallerRecord(options));
-                             CreateHashedFile(*resolved.File, header, resolved.Levels);
-                         });
+    const FileHeader header = HeaderToCreate(ReadCallerRecord(options));
+    return NameOperation(
+        session, name, Existence::MustNotExist, Counter::CreateFiles, status,
+        [&](const ServedName& served, SessionRecord&) {
+            CallServer(served.Session.Connection, RequestFor(served.Session.ServerSession, header),
+                       PlainTransfer(served.Name));
+        },
+        [&](ResolvedFile& resolved) { CreateHashedFile(*resolved.File, header, resolved.Levels); });
 }
 
 int32_t QXDeleteFile(uint32_t session, uint32_t name, StatusRecord* status) {
     using namespace qx;
-    return NameOperation(session, name, Existence::MustExist, Counter::DeleteFiles, status,
-                         [&](ResolvedFile& resolved) { DeleteHashedFile(*resolved.File); });
+    return NameOperation(
+        session, name, Existence::MustExist, Counter::DeleteFiles, status,
+        [&](const ServedName& served, SessionRecord&) {
+            CallServer(served.Session.Connection, SessionRequest<Opcode::DeleteFile>{served.Session.ServerSession},
+                       PlainTransfer(served.Name));
+        },
+        [&](ResolvedFile& resolved) { DeleteHashedFile(*resolved.File); });
 }
 
 int32_t QXOpenFile(uint32_t session, uint32_t name, const OpenOptions* options, uint32_t* file, StatusRecord* status) {
     using namespace qx;
-    return NameOperation(session, name, Existence::MustExist, Counter::OpenFiles, status, [&](ResolvedFile& resolved) {
-        *file = OpenHandle(resolved, session, ReadCallerRecord(options));
-    });
+    const OpenOptions wanted = ReadCallerRecord(options);
+    return NameOperation(
+        session, name, Existence::MustExist, Counter::OpenFiles, status,
+        [&](const ServedName& served, SessionRecord& record) {
+            *file = OpenRemoteHandle(served, record, session, wanted);
+        },
+        [&](ResolvedFile& resolved) { *file = OpenLocalHandle(resolved, session, wanted); });
 }
 
 int32_t QXCloseFile(uint32_t file, StatusRecord* status) {
@@ -100,39 +148,49 @@ int32_t QXCloseFile(uint32_t file, StatusRecord* status) {
     return ExportedCall(status, [&](StatusRecord&) {
         FileEntry entry(file);
         const ClaimHold api(theLibrary.ApiMutex);
-        ReleaseCallerGroupLockOf(*entry.Call.Session, file);
+        ReleaseCallerGroupLockOf(entry.Session, file);
         entry.BeginClose();
-        entry.Call.Levels.CountCall(Counter::CloseFiles);
-        CloseHandle(entry.Call);
+        LevelsOf(entry.Session, entry.Handle).CountCall(Counter::CloseFiles);
+        CloseFileOf(entry.Session, file, entry.Handle);
         return true;
     });
 }
 
 int32_t QXClearFile(uint32_t file, StatusRecord* status) {
     using namespace qx;
-    return FileOperation(file, Counter::ClearFiles, status, [](FileCall& call, StatusRecord&) {
-        ClearHashedFile(call);
-        return true;
-    });
+    return FileOperation(
+        file, Counter::ClearFiles, status, [](const RemoteFileCall& remote) { remote.Ask<Opcode::ClearFile>(); },
+        [](FileCall& call, StatusRecord&) {
+            ClearHashedFile(call);
+            return true;
+        });
 }
 
 int32_t QXGetFileHeader(uint32_t file, FileHeaderRecord* header, StatusRecord* status) {
     using namespace qx;
-    return FileOperation(file, Counter::GetFileHeaders, status, [&](FileCall& call, StatusRecord&) {
-        const PrimaryAttachment attachment(*call.File);
-        OperationContext context(*call.File, call.Levels);
-        ReadHeader(context, HeaderAccess::Shared);
-        WriteCallerRecord(DescribeHeader(*call.File), header);
-        return true;
-    });
+    return FileOperation(
+        file, Counter::GetFileHeaders, status,
+        [&](const RemoteFileCall& remote) {
+            WriteCallerRecord(DescribeHeader(remote.Ask<Opcode::GetFileHeader>()), header);
+        },
+        [&](FileCall& call, StatusRecord&) {
+            const PrimaryAttachment attachment(*call.File);
+            OperationContext context(*call.File, call.Levels);
+            ReadHeader(context, HeaderAccess::Shared);
+            WriteCallerRecord(DescribeHeader(*call.File), header);
+            return true;
+        });
 }
 
 int32_t QXGetGroupNumber(uint32_t file, uint32_t key, uint32_t* group, StatusRecord* status) {
     using namespace qx;
-    return FileOperation(file, Counter::GetGroupNumbers, status, [&](FileCall& call, StatusRecord&) {
-        *group = GroupNumberOfKey(call, key);
-        return true;
-    });
+    return FileOperation(
+        file, Counter::GetGroupNumbers, status,
+        [&](const RemoteFileCall& remote) { *group = remote.Ask<Opcode::GetGroupNumber>(remote.Send(key)).Number; },
+        [&](FileCall& call, StatusRecord&) {
+            *group = GroupNumberOfKey(call, key);
+            return true;
+        });
 }
 
 }  // extern "C"

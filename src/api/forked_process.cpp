@@ -5,6 +5,8 @@
 #include "files/file_cache.h"
 #include "platform/platform.h"
 #include "records/resize_worker.h"
+#include "remote/remote_call_library.h"
+#include "remote/remote_connection.h"
 #include "runtime/library_record.h"
 #include "runtime/lock_heap.h"
 #include "runtime/record_heap.h"
@@ -32,6 +34,8 @@ void ForgetParent() {
     MakeAnew(theResizeQueue);
     MakeAnew(theResizeWorker);
     MakeAnew(Volumes());
+    MakeAnew(theRemoteCalls);
+    MakeAnew(Connections());
     ForgetIdleFiles();
 }
 
@@ -39,7 +43,8 @@ void ForgetParent() {
 
 bool WatchForks() {
     static const bool watching = [] {
-        Volumes();  // made by now, so that a new process finds it made
+        Volumes();  // these are made by now, so that a new process finds them made
+        Connections();
         return thePlatform.Host->OnFork(ForgetParent);
     }();
     return watching;

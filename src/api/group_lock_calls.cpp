@@ -9,28 +9,38 @@ extern "C" {
 
 int32_t QXLockGroup(uint32_t file, uint32_t group, uint32_t exclusive, StatusRecord* status) {
     using namespace qx;
-    return FileOperation(file, Counter::LockGroups, status, [&](FileCall& call, StatusRecord&) {
-        if (group == kSelectHold) {
-            TakeSelectHoldForCaller(call);
-        } else {
-            LockGroupForCaller(call, group, exclusive != 0);
-        }
-        return true;
-    });
+    return FileOperation(
+        file, Counter::LockGroups, status,
+        [&](const RemoteFileCall& remote) {
+            remote.Ask(LockGroupRequest{remote.File(), group, Saturated<uint8_t>(exclusive)});
+        },
+        [&](FileCall& call, StatusRecord&) {
+            if (group == kSelectHold) {
+                TakeSelectHoldForCaller(call);
+            } else {
+                LockGroupForCaller(call, group, exclusive != 0);
+            }
+            return true;
+        });
 }
 
 int32_t QXUnlockGroup(uint32_t file, uint32_t group, StatusRecord* status) {
     using namespace qx;
-    return FileOperation(file, Counter::UnlockGroups, status, [&](FileCall& call, StatusRecord&) {
-        if (group == kSelectHold) {
-            if (call.File->SelectCount > 0) {
-                ReleaseSelectHold(call);
+    return FileOperation(
+        file, Counter::UnlockGroups, status,
+        [&](const RemoteFileCall& remote) {
+            remote.Ask(UnlockGroupRequest{remote.File(), group});
+        },
+        [&](FileCall& call, StatusRecord&) {
+            if (group == kSelectHold) {
+                if (call.File->SelectCount > 0) {
+                    ReleaseSelectHold(call);
+                }
+            } else {
+                ReleaseCallerGroupLock(*call.Session);
             }
-        } else {
-            ReleaseCallerGroupLock(*call.Session);
-        }
-        return true;
-    });
+            return true;
+        });
 }
 
 }  // extern "C"

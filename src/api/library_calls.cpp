@@ -6,6 +6,8 @@
 #include "api/session_closing.h"
 #include "files/file_cache.h"
 #include "records/resize_worker.h"
+#include "remote/remote_call_library.h"
+#include "remote/remote_connection.h"
 #include "runtime/messages.h"
 #include "volume/volume_record.h"
 
@@ -44,7 +46,9 @@ void Start() {
             Raise(Code::NoMemory);
         }
         SetUpProcess();
+        theRemoteCalls.Start();
         if (!theResizeWorker.Start()) {
+            theRemoteCalls.Abandon();
             TearDownProcess();
             Raise(Code::NoMemory);
         }
@@ -64,6 +68,8 @@ void CloseEverything(FirstFailure& failure) {
     while (!theLibrary.SessionList.IsEmpty()) {
         failure.Run([] { CloseSession(theLibrary.SessionList.Head()); });
     }
+    DisconnectServers(failure);
+    theRemoteCalls.Stop();
     while (CloseOneIdleFile()) {
     }
     theLibrary.Files.Destroy();

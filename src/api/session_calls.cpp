@@ -9,6 +9,7 @@
 #include "platform/platform.h"
 #include "storage/caller_group_lock.h"
 #include "storage/file_opening.h"
+#include "storage/remote_handle.h"
 
 namespace qx {
 
@@ -88,6 +89,15 @@ void WithdrawFile(uint32_t file) {
 
 }  // namespace
 
+void CloseFileOf(SessionRecord& session, uint32_t handle, FileHandle& record) {
+    if (record.IsRemote()) {
+        CloseRemoteHandle(session, handle);
+        return;
+    }
+    FileCall call(session, handle, record);
+    CloseLocalHandle(call);
+}
+
 void CloseSession(uint32_t handle) {
     FirstFailure failure;
     HandleTable& table = theLibrary.Sessions;
@@ -96,9 +106,9 @@ void CloseSession(uint32_t handle) {
     while (!session->Files.IsEmpty()) {
         const uint32_t file = session->Files.Head();
         WithdrawFile(file);
-        FileCall call(*session, file, *theLibrary.Files.PayloadOf<FileHandle>(file));
-        failure.Run([&] { CloseHandle(call); });
+        failure.Run([&] { CloseFileOf(*session, file, *theLibrary.Files.PayloadOf<FileHandle>(file)); });
     }
+    CloseRemoteSessions(*session, failure);
     theLibrary.SessionList.Remove<&SessionRecord::Links>(table, handle);
     table.Free<SessionRecord>(handle);
     theProcessCounters.Leave(Counter::ActiveSessions);
@@ -139,7 +149,10 @@ int32_t QXFlush(uint32_t session, StatusRecord* status) {
         SessionEntry entry(session);
         entry.Count(Counter::Flushes);
         const ClaimHold api(theLibrary.ApiMutex);
-        FlushSession(*entry.Session);
+        FirstFailure failure;
+        FlushServers(*entry.Session, failure);
+        failure.Run([&] { FlushSession(*entry.Session); });
+        failure.RaiseIfAny();
         return true;
     });
 }

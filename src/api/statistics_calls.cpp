@@ -3,6 +3,7 @@
 #include <qx.h>
 
 #include "api/entry.h"
+#include "remote/remote_session.h"
 #include "stats/reports.h"
 #include "volume/canonical_path.h"
 
@@ -77,7 +78,7 @@ void WriteReport(ReportWriter& report, uint32_t kind, const Subject& subject, ui
         }
         case kFileHandle: {
             const FileEntry entry(subjectHandle);
-            WriteHandleReport(report, *entry.Call.Handle);
+            WriteHandleReport(report, entry.Handle);
             break;
         }
         case kServers:
@@ -87,6 +88,15 @@ void WriteReport(ReportWriter& report, uint32_t kind, const Subject& subject, ui
             Raise(Code::RecordNotFound);
     }
     report.Finish();
+}
+
+void Forward(const ServedName& served, const SessionRecord& session, uint32_t kind, uint32_t subjectHandle,
+             uint32_t names, uint32_t values) {
+    const GetStatisticsRequest request{served.Session.ServerSession, Saturated<uint16_t>(kind),
+                                       Saturated<uint16_t>(subjectHandle)};
+    const BufferCallback callback = session.Buffers.Callback();
+    CallServer(served.Session.Connection, request, SendTransfer(callback, names), SendTransfer(callback, values),
+               PlainTransfer(served.Name));
 }
 
 }  // namespace
@@ -103,6 +113,12 @@ int32_t QXGetStatistics(uint32_t session, uint32_t kind, uint32_t path, uint32_t
         entry.Count(Counter::GetStatistics);
         const std::optional<CanonicalPath> canonical = PathIn(*entry.Session, path);
         const ClaimHold api(theLibrary.ApiMutex);
+        const std::optional<ServedName> served =
+            canonical ? FindServer(*entry.Session, *canonical) : std::optional<ServedName>();
+        if (served && kind != kServers) {
+            Forward(*served, *entry.Session, kind, subjectHandle, names, values);
+            return true;
+        }
         ReportWriter report(*entry.Session, names, values);
         WriteReport(report, kind, canonical ? Find(*canonical) : Subject{}, subjectHandle);
         return true;

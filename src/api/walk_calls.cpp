@@ -9,14 +9,18 @@ namespace qx {
 
 namespace {
 
+template <Opcode opcode>
 int32_t ReadGroup(uint32_t file, uint32_t keyList, WalkDirection direction, Counter counter, StatusRecord* status) {
-    return FileOperation(file, counter, status, [&](FileCall& call, StatusRecord& target) {
-        const bool more = ReadKeyIdGroup(call, keyList, direction);
-        if (!more) {
-            target = MakeStatus(Code::EndOfWalk);
-        }
-        return more;
-    });
+    return FileOperation(
+        file, counter, status,
+        [&](const RemoteFileCall& remote) { remote.AskWithPosition<opcode>(remote.Receive(keyList)); },
+        [&](FileCall& call, StatusRecord& target) {
+            const bool more = ReadKeyIdGroup(call, keyList, direction);
+            if (!more) {
+                target = MakeStatus(Code::EndOfWalk);
+            }
+            return more;
+        });
 }
 
 }  // namespace
@@ -27,20 +31,25 @@ extern "C" {
 
 int32_t QXReadNextKeyIdGroup(uint32_t file, uint32_t keyList, StatusRecord* status) {
     using namespace qx;
-    return ReadGroup(file, keyList, WalkDirection::Forward, Counter::ReadNextIdGroups, status);
+    return ReadGroup<Opcode::ReadNextKeyIdGroup>(file, keyList, WalkDirection::Forward, Counter::ReadNextIdGroups,
+                                                 status);
 }
 
 int32_t QXReadPreviousKeyIdGroup(uint32_t file, uint32_t keyList, StatusRecord* status) {
     using namespace qx;
-    return ReadGroup(file, keyList, WalkDirection::Backward, Counter::ReadPreviousIdGroups, status);
+    return ReadGroup<Opcode::ReadPreviousKeyIdGroup>(file, keyList, WalkDirection::Backward,
+                                                     Counter::ReadPreviousIdGroups, status);
 }
 
 int32_t QXClearSelect(uint32_t file, StatusRecord* status) {
     using namespace qx;
-    return FileOperation(file, Counter::ClearSelects, status, [](FileCall& call, StatusRecord&) {
-        ClearSelect(call);
-        return true;
-    });
+    return FileOperation(
+        file, Counter::ClearSelects, status,
+        [](const RemoteFileCall& remote) { remote.AskWithPosition<Opcode::ClearSelect>(); },
+        [](FileCall& call, StatusRecord&) {
+            ClearSelect(call);
+            return true;
+        });
 }
 
 int32_t QXVerifyGroup(uint32_t file, uint32_t mode, uint32_t group, uint32_t statisticsReport, uint32_t problemReport,
@@ -48,7 +57,14 @@ int32_t QXVerifyGroup(uint32_t file, uint32_t mode, uint32_t group, uint32_t sta
     using namespace qx;
     return ExportedCall(status, [&](StatusRecord&) {
         FileEntry entry(file);
-        Verify(entry.Call, mode, group, statisticsReport, problemReport);
+        if (entry.Handle.IsRemote()) {
+            const RemoteFileCall remote(*entry.Handle.Remote, entry.Session.Buffers);
+            remote.Ask(VerifyGroupRequest{remote.File(), Saturated<uint8_t>(mode), group},
+                       remote.Receive(statisticsReport), remote.Receive(problemReport));
+            return true;
+        }
+        FileCall call(entry.Session, file, entry.Handle);
+        Verify(call, mode, group, statisticsReport, problemReport);
         return true;
     });
 }

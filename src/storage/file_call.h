@@ -1,4 +1,4 @@
-// What a call on a file works with: filled at its entry, used by every file-level operation.
+// What a call on a local file works with: filled at its entry, used by every file-level operation.
 #pragma once
 
 #include <cstdint>
@@ -10,6 +10,14 @@
 #include "storage/open_file.h"
 
 namespace qx {
+
+// The levels at which a call on a file is counted: for a remote one, only those that do not depend on the file.
+inline CounterLevels LevelsOf(SessionRecord& session, FileHandle& handle) {
+    if (handle.IsRemote()) {
+        return {.Session = &session.Counters};
+    }
+    return {&session.Counters, &handle.File->Volume.Counters, &handle.File->Counters, &handle.Counters};
+}
 
 struct FileCall {
     uint32_t SessionHandle = kNoHandle;
@@ -25,7 +33,7 @@ struct FileCall {
           HandleNumber(handleNumber),
           Handle(&handle),
           File(handle.File),
-          Levels{&session.Counters, &handle.File->Volume.Counters, &handle.File->Counters, &handle.Counters} {}
+          Levels(LevelsOf(session, handle)) {}
 
     const VolumeSettings& Settings() const { return File->Volume.Settings; }
 

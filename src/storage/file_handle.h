@@ -10,6 +10,7 @@
 namespace qx {
 
 struct OpenFile;
+struct RemoteFile;
 struct VolumeUse;
 
 inline constexpr uint32_t kDefaultSelectDelimiter = 0xFE;
@@ -17,10 +18,17 @@ inline constexpr uint32_t kDefaultSelectDelimiter = 0xFE;
 inline constexpr uint32_t kNoWalk = 0xFFFFFFFF;
 
 struct FileHandle {
+    bool IsRemote() const { return Remote != nullptr; }
+
     uint32_t Session = kNoHandle;  // that opened it
     HandleLinks SessionLinks;      // in the session's file list
-    VolumeUse* Use = nullptr;      // the session's use of the volume
-    HandleLinks VolumeLinks;       // in the volume use's file list
+    HandleLinks VolumeLinks;       // in the file list of the volume use or the remote session
+
+    // A file on a server; the handle's settings and its walk are the server's then.
+    RemoteFile* Remote = nullptr;
+
+    // A local file.
+    VolumeUse* Use = nullptr;  // the session's use of the volume
     OpenFile* File = nullptr;
     HandleLinks FileLinks;  // in the open-file record's handle list
     bool ReadOnly = false;  // the handle may not change the file

@@ -72,7 +72,7 @@ void WriteCountsBack(FileCall& call) {
 
 }  // namespace
 
-uint32_t OpenHandle(ResolvedFile& resolved, uint32_t sessionHandle, const OpenOptions& options) {
+uint32_t OpenLocalHandle(ResolvedFile& resolved, uint32_t sessionHandle, const OpenOptions& options) {
     HandleTable& table = theLibrary.Files;
     OpenFile& file = *resolved.File;
     const OwnHandle own = FindHandleOfSession(file, sessionHandle);
@@ -101,7 +101,7 @@ uint32_t OpenHandle(ResolvedFile& resolved, uint32_t sessionHandle, const OpenOp
     return handle;
 }
 
-void CloseHandle(FileCall& call) {
+void CloseLocalHandle(FileCall& call) {
     HandleTable& table = theLibrary.Files;
     OpenFile& file = *call.File;
     VolumeUse& use = *call.Handle->Use;
@@ -136,7 +136,10 @@ void FlushSession(SessionRecord& session) {
     HandleTable& table = theLibrary.Files;
     for (uint32_t handle = session.Files.Head(); handle != kNoHandle;
          handle = HandleList::Next<&FileHandle::SessionLinks>(table, handle)) {
-        failure.Run([&] { FlushFile(*table.PayloadOf<FileHandle>(handle)->File); });
+        const auto* record = table.PayloadOf<FileHandle>(handle);
+        if (!record->IsRemote()) {
+            failure.Run([&] { FlushFile(*record->File); });
+        }
     }
     failure.RaiseIfAny();
 }

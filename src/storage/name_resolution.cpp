@@ -1,6 +1,7 @@
 #include "storage/name_resolution.h"
 
-#include "volume/canonical_path.h"
+#include <optional>
+#include <utility>
 
 namespace qx {
 
@@ -38,22 +39,27 @@ OpenFile* MakeOpenFile(std::string_view name, VolumeRecord& volume) {
 
 }  // namespace
 
-ResolvedFile::ResolvedFile(SessionRecord& session, uint32_t sessionHandle, uint32_t nameBuffer, Existence expected)
-    : Session(session) {
+CanonicalPath PathOfName(const SessionRecord& session, uint32_t nameBuffer) {
     const std::string_view name = session.Buffers.Get(nameBuffer);
     if (name.size() > kLongestName) {
         Raise(Code::NameTooLong);
     }
-    const std::optional<CanonicalPath> path = MakeCanonicalPath(name);
+    std::optional<CanonicalPath> path = MakeCanonicalPath(name);
     if (!path) {
         Raise(Code::BadPath);
     }
-    OpenFile* file = FindOpenFile(path->Volume(), path->FileName());
-    const bool exists = Exists(file, *path);
+    return std::move(*path);
+}
+
+ResolvedFile::ResolvedFile(SessionRecord& session, uint32_t sessionHandle, const CanonicalPath& path,
+                           Existence expected)
+    : Session(session) {
+    OpenFile* file = FindOpenFile(path.Volume(), path.FileName());
+    const bool exists = Exists(file, path);
     if (exists != (expected == Existence::MustExist)) {
         Raise(exists ? Code::FileExists : Code::FileNotFound, Number(WhichFile::Primary));
     }
-    VolumeRecord& volume = VolumeOf(path->Volume(), path->RootLength);
+    VolumeRecord& volume = VolumeOf(path.Volume(), path.RootLength);
     Use = &UseVolume(session, sessionHandle, volume);
     struct LeaveOnFailure {
         ResolvedFile& Of;
@@ -63,7 +69,7 @@ ResolvedFile::ResolvedFile(SessionRecord& session, uint32_t sessionHandle, uint3
             }
         }
     } const leaveOnFailure{*this};
-    File = file != nullptr ? file : MakeOpenFile(path->FileName(), volume);
+    File = file != nullptr ? file : MakeOpenFile(path.FileName(), volume);
     Levels = {&session.Counters, &volume.Counters, &File->Counters, nullptr};
 }
 
