@@ -207,5 +207,29 @@ TEST_F(RecordCost, BehindALongRecord) {
     Expect({2, 1, 3}, [&] { file_->Write(behind, "atad"); });
 }
 
+// One read for each group, whatever its records.
+TEST_F(RecordCost, OfAWalk) {
+    for (const uint32_t group : {0u, 1u}) {
+        file_->Write(KeyOf(group), std::string(500, 'd'));
+        file_->Write(KeyOf(group), std::string(20, 'd'));
+    }
+    std::string list;
+    list.reserve(1000);
+    const auto step = [&] {
+        StatusRecord status{};
+        qx::face_detail::CallBuffers buffers;
+        ASSERT_EQ(QXReadNextKeyIdGroup(file_->Handle(), buffers.Output(list), &status), 1);
+    };
+    const auto end = [&] {
+        StatusRecord status{};
+        ASSERT_EQ(QXClearSelect(file_->Handle(), &status), 1);
+    };
+    Expect({2, 0, 2}, [&] {
+        step();
+        step();
+        end();
+    });
+}
+
 }  // namespace
 }  // namespace qx_test
