@@ -77,7 +77,8 @@ class Copy(ToolCase):
                       self.qx("copy", "A", "B", status=FAILURE).err)
         self.assertEqual(self.raw("B", "k"), b"old")
         self.qx("copy", "NONE", "B", "--overwrite", status=FAILURE)
-        self.qx("copy", "A", "B", "--fit", "--modulo", "3", status=WRONG_USE)
+        for options in [["--fit", "--modulo", "3"], ["--version", "110", "--frame-size", "70000"]]:
+            self.qx("copy", "A", "B", "--overwrite", *options, status=WRONG_USE)
         self.assertEqual(self.raw("B", "k"), b"old")
         self.qx("copy", "A", "A", "--overwrite", status=FAILURE)
         self.qx("copy", "A", "B", "--overwrite")
@@ -86,7 +87,7 @@ class Copy(ToolCase):
 
     def test_no_half_copy_stays(self):
         self.import_numbers("A", 20000)
-        whole = sorted(os.listdir(self.directory))
+        whole = self.hashed_files()
 
         def limit():
             resource.setrlimit(resource.RLIMIT_FSIZE, (200_000, 200_000))
@@ -95,7 +96,7 @@ class Copy(ToolCase):
         result = self.run_tool("copy", "A", "B", "--modulo", "1", preexec_fn=limit)
         self.assertEqual(result.status, FAILURE)
         self.assertRegex(result.err, r"\Aqx: (key .*: )?B: .*\(code \d+\)\nqx: B: removed again, as it is not complete\n\Z")
-        self.assertEqual(sorted(os.listdir(self.directory)), whole)
+        self.assertEqual(self.hashed_files(), whole)
 
         self.qx("copy", "A", "DAMAGED", "--frame-size", "400", "--modulo", "60", "--size-lock", "2")
         os.truncate(self.path("DAMAGED.OV"), 4000)

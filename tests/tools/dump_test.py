@@ -96,7 +96,7 @@ class Dump(ToolCase):
                                    stderr=subprocess.PIPE, check=False)
             self.assertEqual(piped.returncode, FAILURE)
             self.assertIn(f"standard input: line {line}: ".encode(), piped.stderr)
-            self.assertEqual(os.listdir(self.directory), ["bad.dump"], text)
+            self.assertEqual(self.hashed_files(), [], text)
         self.assertIn("line 9: the dump is cut short here (2 records read before)",
                       self.qx("load", "B", stdin=good[:-1], status=FAILURE).err)
         self.qx("load", "B", stdin=good)
@@ -122,7 +122,7 @@ class Dump(ToolCase):
             _, err = process.communicate(timeout=60)
         self.assertEqual(process.returncode, FAILURE)
         self.assertEqual(err, b"qx: interrupted\nqx: A: removed again, as it is not complete\n")
-        self.assertEqual(os.listdir(self.directory), [])
+        self.assertEqual(self.hashed_files(), [])
 
     def test_a_dump_of_a_damaged_file_is_none(self):
         self.qx("load", "A", stdin=dump_of({b"%d" % number: b"x" * 3000 for number in range(100)}))

@@ -26,6 +26,10 @@ class ToolCase(unittest.TestCase):
     def path(self, name):
         return os.path.join(self.directory, name)
 
+    def hashed_files(self):
+        """The files that hashed files consist of."""
+        return sorted(name for name in os.listdir(self.directory) if name.endswith((".LK", ".OV")))
+
     def write(self, name, content):
         """Makes a file with these bytes or this text, and returns its name."""
         with open(self.path(name), "wb") as file:

@@ -15,6 +15,8 @@ ExitStatus RunJob(ProgressLine& progress, const std::function<std::string()>& wh
         body();
         progress.Clear();
         return ExitStatus::Done;
+    } catch (const WrongUse&) {
+        throw;
     } catch (const Interrupted&) {
         reason = "interrupted";
     } catch (const Error& error) {
