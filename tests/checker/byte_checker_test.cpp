@@ -54,33 +54,6 @@ TEST_F(ByteChecker, NumbersAndRecordSizes) {
     EXPECT_EQ(Get32(file.primary.data() + 15), 33U + 16U);
 }
 
-TEST_F(ByteChecker, CleanFilesOfEveryShape) {
-    for (const uint8_t headerLength : {uint8_t{22}, uint8_t{26}, uint8_t{32}}) {
-        for (const uint32_t frameSize : {256U, 1000U, 1024U, 4096U, 70000U}) {
-            if (frameSize > 65535 && headerLength != 32) {
-                continue;
-            }
-            for (const uint32_t modulo : {1U, 2U, 7U, 40U}) {
-                SCOPED_TRACE(testing::Message() << +headerLength << " " << frameSize << " " << modulo);
-                FileShape shape;
-                shape.headerLength = headerLength;
-                shape.frameSize = frameSize;
-                shape.modulo = modulo;
-                shape.fillCharacter = static_cast<uint8_t>(modulo);
-                shape.freeFrames = {1, 2, 5, 6, 9};
-                std::vector<Record> records = MixedRecords(120, frameSize, frameSize + modulo);
-                records.push_back({"", "the record of the empty key"});
-                records.push_back({std::string(3 * frameSize, 'k'), "behind a key of several frames"});
-                const Report report = ExpectClean(shape, records);
-                EXPECT_EQ(report.freeFrames, 5U);
-                EXPECT_EQ(report.chainFrames + 6, report.highWater);
-                EXPECT_GT(report.longestChain, 3U);
-                EXPECT_EQ(report.header.recordCount, headerLength == 22 ? 0 : report.recordCount);
-            }
-        }
-    }
-}
-
 // One record's data in every length, before a second record: each boundary of frames falls on each part of a record.
 // A reader that stands behind the key must land on the terminator by the SkipLink alone.
 TEST_F(ByteChecker, RecordsEndEverywhereInTheirFrames) {
@@ -118,19 +91,6 @@ TEST_F(ByteChecker, RecordsEndEverywhereInTheirFrames) {
             ASSERT_EQ(frame[position], 0xFF);
         }
     }
-}
-
-TEST_F(ByteChecker, SkipLinkOfARecordThatFillsTheNextFrame) {
-    FileShape shape;
-    const size_t rest = 1024 - 32 - 2 - 1 - 1;
-    const BuiltFile full = BuildFile(shape, {{"k", std::string(rest + 1010, 'd')}});
-    EXPECT_EQ(full.overflow[2 * 1024 + 14], 0xFF);
-    EXPECT_EQ(Get32(full.primary.data() + 5), 2U);
-    const BuiltFile oneLess = BuildFile(shape, {{"k", std::string(rest + 1009, 'd')}});
-    EXPECT_EQ(oneLess.overflow[1024 + 1023], 0xFF);
-    EXPECT_EQ(Get32(oneLess.primary.data() + 5), 1U);
-    EXPECT_TRUE(Check(full).Clean());
-    EXPECT_TRUE(Check(oneLess).Clean());
 }
 
 TEST_F(ByteChecker, FreeListsOfOneAndOfManyFrames) {
@@ -246,29 +206,6 @@ TEST_F(ByteChecker, FilesThatCannotBeRead) {
 
     std::filesystem::create_directory(Path() + ".OV");
     EXPECT_FALSE(CheckFile(Path()).readable);
-}
-
-TEST_F(ByteChecker, KeysAreShownFitToPrint) {
-    const std::string key = "a\xFE\x01" + std::string(40, 'z');
-    const Report report = Check(BuildFile({}, {{key, "1"}, {"b", ""}, {key, "2"}}));
-    ASSERT_EQ(report.problems.size(), 1U);
-    EXPECT_EQ(report.problems[0],
-              "FILE.LK frame 0 position 83: key \"a\\xFE\\x01" + std::string(37, 'z') + "...\" is in group 0 already");
-}
-
-TEST_F(ByteChecker, ARuinedFileHasFewLines) {
-    FileShape shape;
-    shape.modulo = 1000;
-    BuiltFile file = BuildFile(shape, {});
-    for (size_t i = 1; i < 1000; ++i) {
-        file.primary[i * 1024] = 99;
-    }
-    Options options;
-    options.maximumProblems = 10;
-    const Report report = Check(file, options);
-    ASSERT_EQ(report.problems.size(), 11U);
-    EXPECT_EQ(report.problems.front(), "FILE.LK frame 1 position 0: first byte is 99, not 13");
-    EXPECT_EQ(report.problems.back(), "and 989 more problems");
 }
 
 }  // namespace

@@ -67,24 +67,5 @@ TEST(StateGate, WhatEachStateAllows) {
     }
 }
 
-TEST(StateGate, RoundTrip) {
-    qx::StateGate gate;
-    gate.BeginOpen();
-    gate.AbortOpen();
-    EXPECT_FALSE(gate.Enter());
-    for (int i = 0; i < 2; ++i) {
-        EXPECT_EQ(Raised([&] { gate.BeginOpen(); }), kNothing);
-        gate.EndOpen();
-        EXPECT_TRUE(gate.Enter());
-        EXPECT_EQ(Raised([&] { gate.BeginClose(); }), (Status{1102, 0, 0}));
-        EXPECT_TRUE(gate.Enter()) << "it stays open";
-        gate.Leave();
-        gate.Leave();
-        EXPECT_EQ(Raised([&] { gate.BeginClose(); }), kNothing);
-        gate.EndClose();
-        EXPECT_EQ(Raised([&] { gate.BeginClose(); }), (Status{1100, 0, 0}));
-    }
-}
-
 }  // namespace
 }  // namespace qx_test
