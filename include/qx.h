@@ -208,8 +208,40 @@ QX_API int32_t QXDeleteRecord(uint32_t file, uint32_t key, StatusRecord* status)
 QX_API int32_t QXReadNextKeyIdGroup(uint32_t file, uint32_t keyList, StatusRecord* status);
 QX_API int32_t QXReadPreviousKeyIdGroup(uint32_t file, uint32_t keyList, StatusRecord* status);
 
-/* Checks the file as a whole and keeps its number of groups still (mode 0), checks one group (mode 1), or lets the
- * number of groups move again (any other mode). Damage is not a failure: it is told in `problemReport`. */
+/* Checks the file as a whole and, if nothing is wrong with it, keeps its number of groups still (mode 0); checks one
+ * group (mode 1); or lets the number of groups move again (any other mode). Damage is not a failure: the first thing
+ * that is wrong is told in `problemReport`, and otherwise what was measured in `statisticsReport`. Both are buffer
+ * objects and receive at most 1,024 bytes: fields, decimal numbers unless said otherwise, with the byte 0xFE between
+ * them.
+ *
+ * Statistics of a file: number of groups, frame size, length of the file header, bytes of the primary and of the
+ * overflow file in whole frames, the number of groups taken apart into level, multiplier and remainder, size lock,
+ * records, bytes in use in the groups (all 64 bits of Alpha), frames that list free ones (frame 0 of the overflow file
+ * included), 1 and the free frames that do not list others themselves, frames that the overflow file holds.
+ *
+ * Statistics of a group, each followed by 0xFE: 1 if its overflow frames do not follow each other in the file, else 0;
+ * records; overflow frames; 1 and the frames visited by reading every record once; bytes of its last frame from the
+ * end-of-group mark on; sum of the squares of the visits of each record.
+ *
+ * A problem is its number, followed by the fields named here; FILE is the word PRIME or OV:
+ *
+ *    1  primary file's name             it cannot be opened or read
+ *    3  0                               the file header's first byte is none (mode 0)
+ *    3  that byte                       a primary frame's first byte is wrong (mode 1)
+ *    4  bytes, groups, frame size       the primary file does not hold as many frames as there are groups
+ *    5  list frame                      a list frame's first byte is wrong (mode 0)
+ *    5  that byte                       an overflow frame's first byte is wrong (mode 1)
+ *    6  FILE, frame                     the group rule has no answer for a key
+ *    7                                  a record's key belongs to another group
+ *    8  group, FILE, frame, position    a record does not end, or its lengths contradict each other
+ *    9  frame, its owner                a frame of the chain belongs to another group, or the chain has no end
+ *   10  frames of the file, frame       the chain leads beyond the overflow file, or to a frame that cannot be read
+ *   11  list frame                      it cannot be read
+ *   12  list frame                      its entries are out of order, or the list has no end
+ *   13  FILE, frame, position           a byte behind the end of a group is not the volume's fill character
+ *   14  FILE, frame                     the last frame of a group leads on to another
+ *
+ * Fails with 1014, the callback's status, and what locking and opening fail with. */
 QX_API int32_t QXVerifyGroup(uint32_t file, uint32_t mode, uint32_t group, uint32_t statisticsReport,
                              uint32_t problemReport, StatusRecord* status);
 

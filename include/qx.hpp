@@ -20,9 +20,11 @@
 #ifndef QX_HPP
 #define QX_HPP
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <bit>
+#include <charconv>
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
@@ -532,6 +534,162 @@ class KeyWalk {
     std::string_view key_;
 };
 
+/// One thing that is wrong with a file: its number and fields as in the problem report of QXVerifyGroup.
+struct Damage {
+    std::uint32_t Number = 0;
+    std::vector<std::string> Fields;
+
+    bool operator==(const Damage&) const = default;
+};
+
+/// A file as a whole, as measured by QXVerifyGroup.
+struct FileMeasures {
+    std::uint32_t Modulo = 0;     ///< number of groups
+    std::uint32_t FrameSize = 0;  ///< bytes
+    std::uint32_t HeaderLength = 0;
+    std::uint64_t PrimaryBytes = 0;  ///< in whole frames, as OverflowBytes
+    std::uint64_t OverflowBytes = 0;
+    std::uint32_t SizeLock = 0;
+    std::uint32_t RecordCount = 0;  ///< as counted from call to call
+    std::uint64_t Alpha = 0;        ///< likewise: bytes in use in the groups, each counted up to one frame
+    std::uint32_t ListFrames = 0;   ///< frames that list free ones, frame 0 of the overflow file included
+    std::uint64_t FreeFrames = 0;   ///< of the overflow file; those that list others included
+    std::uint32_t HighWater = 0;    ///< frames that the overflow file holds, frame 0 included; 1 when it is empty
+};
+
+/// How a group is stored, as measured by QXVerifyGroup.
+struct GroupMeasures {
+    bool OutOfOrder = false;  ///< its overflow frames do not follow each other in the file
+    std::uint64_t Records = 0;
+    std::uint64_t OverflowFrames = 0;
+    std::uint64_t FrameVisits = 0;   ///< by reading every record once, and 1
+    std::uint64_t FreeBytes = 0;     ///< of the last frame, from the mark that ends the group on
+    std::uint64_t DepthSquares = 0;  ///< sum of the squares of the visits for each record
+};
+
+/// What was measured, or what is wrong.
+struct GroupVerification {
+    std::optional<qx::Damage> Damage;
+    GroupMeasures Measures;
+};
+
+namespace face_detail QX_API {
+
+/// The fields of a verification report, one after the other.
+class ReportFields {
+  public:
+    explicit ReportFields(std::string_view report) noexcept : rest_(report) {}
+
+    bool AtEnd() const noexcept { return rest_.empty(); }
+
+    std::string_view Text() noexcept {
+        const std::size_t end = rest_.find('\xFE');
+        const std::string_view field = rest_.substr(0, end);
+        rest_.remove_prefix(end == std::string_view::npos ? rest_.size() : end + 1);
+        return field;
+    }
+
+    template <class Value>
+    void Number(Value& value) noexcept {
+        const std::string_view field = Text();
+        std::from_chars(field.data(), field.data() + field.size(), value);
+    }
+
+  private:
+    std::string_view rest_;
+};
+
+}  // namespace QX_API
+
+/// A check of a file: as a whole when it is made, then group by group, in any order. Made by File::Verify, which it
+/// must not outlive.
+///
+/// Unless something is wrong with the file as a whole, the number of groups stays as it is while this object lives.
+class FileVerification {
+  public:
+    FileVerification(const FileVerification&) = delete;
+    FileVerification& operator=(const FileVerification&) = delete;
+    ~FileVerification() {
+        if (!damage_) {
+            StatusRecord ignored;
+            std::string report;
+            face_detail::CallBuffers buffers;
+            const std::uint32_t statistics = buffers.Output(report);
+            QXVerifyGroup(file_, kRelease, 0, statistics, buffers.Output(report), &ignored);
+        }
+    }
+
+    /// What is wrong with the file as a whole; Measures tells nothing then.
+    const std::optional<qx::Damage>& Damage() const noexcept { return damage_; }
+    const FileMeasures& Measures() const noexcept { return measures_; }
+
+    /// Checks a group. Throws 1014 and the codes of locking, but not for damage.
+    GroupVerification Group(std::uint32_t group) const {
+        GroupVerification result;
+        std::string statistics;
+        result.Damage = Call(kGroup, group, statistics);
+        face_detail::ReportFields fields(statistics);
+        std::uint32_t outOfOrder = 0;
+        fields.Number(outOfOrder);
+        GroupMeasures& measures = result.Measures;
+        measures.OutOfOrder = outOfOrder != 0;
+        for (std::uint64_t* value : {&measures.Records, &measures.OverflowFrames, &measures.FrameVisits,
+                                     &measures.FreeBytes, &measures.DepthSquares}) {
+            fields.Number(*value);
+        }
+        return result;
+    }
+
+  private:
+    friend class File;
+    enum Mode : std::uint32_t { kFile = 0, kGroup = 1, kRelease = 2 };
+
+    explicit FileVerification(std::uint32_t file) : file_(file) {
+        std::string statistics;
+        damage_ = Call(kFile, 0, statistics);
+        face_detail::ReportFields fields(statistics);
+        fields.Number(measures_.Modulo);
+        fields.Number(measures_.FrameSize);
+        fields.Number(measures_.HeaderLength);
+        fields.Number(measures_.PrimaryBytes);
+        fields.Number(measures_.OverflowBytes);
+        for (int split = 0; split < 3; ++split) {
+            fields.Text();  // follows from Modulo
+        }
+        fields.Number(measures_.SizeLock);
+        fields.Number(measures_.RecordCount);
+        fields.Number(measures_.Alpha);
+        fields.Number(measures_.ListFrames);
+        fields.Number(measures_.FreeFrames);
+        fields.Number(measures_.HighWater);
+        // The report tells 1 and the free frames that do not list others.
+        measures_.FreeFrames += measures_.ListFrames;
+        measures_.FreeFrames -= std::min<std::uint64_t>(measures_.FreeFrames, 2);
+    }
+
+    std::optional<qx::Damage> Call(Mode mode, std::uint32_t group, std::string& statistics) const {
+        std::string problem;
+        StatusRecord status{};
+        face_detail::CallBuffers buffers;
+        const std::uint32_t first = buffers.Output(statistics);
+        face_detail::Check(QXVerifyGroup(file_, mode, group, first, buffers.Output(problem), &status), status);
+        if (problem.empty()) {
+            return std::nullopt;
+        }
+        qx::Damage damage;
+        face_detail::ReportFields fields(problem);
+        fields.Number(damage.Number);
+        while (!fields.AtEnd()) {
+            damage.Fields.emplace_back(fields.Text());
+        }
+        return damage;
+    }
+
+    std::uint32_t file_;
+    std::optional<qx::Damage> damage_;
+    FileMeasures measures_;
+};
+
 class File;
 
 class Session {
@@ -654,6 +812,9 @@ class File {
 
     /// The same from the last group to the first; the order within a group is that of Keys().
     KeyWalk ReverseKeys() { return KeyWalk(handle_.Get(), delimiter_, QXReadPreviousKeyIdGroup); }
+
+    /// Checks the file for damage, which is told and not thrown. Throws 1014, 1028 and the codes of locking.
+    FileVerification Verify() { return FileVerification(handle_.Get()); }
 
     /// Writes back what is not yet stored and closes; does nothing the second time. Throws 1102 (another call is inside
     /// it; it stays open) and what writing can fail with, after which it is closed.

@@ -8,6 +8,7 @@
 #include <qx.hpp>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -318,6 +319,40 @@ TEST_F(Face, TheLibraryStopsWithItsLastUser) {
     library_ = qx::Library();
     qx::Session again(library_);
     EXPECT_NO_THROW(again.Flush());
+}
+
+TEST_F(Face, AVerificationTellsDamageAndKeepsTheNumberOfGroups) {
+    qx::File file = Make("A", {.Modulo = 2, .FrameSize = 256, .Threshold = 25});
+    for (int i = 0; i < 3; ++i) {
+        file.Write(std::to_string(i), std::string(600, 'd'));
+    }
+    {
+        const qx::FileVerification verification = file.Verify();
+        EXPECT_EQ(verification.Damage(), std::nullopt);
+        const qx::FileMeasures& measures = verification.Measures();
+        std::uint64_t records = 0;
+        std::uint64_t overflowFrames = 0;
+        for (std::uint32_t group = 0; group < measures.Modulo; ++group) {
+            const qx::GroupVerification result = verification.Group(group);
+            EXPECT_EQ(result.Damage, std::nullopt);
+            records += result.Measures.Records;
+            overflowFrames += result.Measures.OverflowFrames;
+            EXPECT_GE(result.Measures.FrameVisits, 1 + result.Measures.Records);
+            EXPECT_GE(result.Measures.DepthSquares, result.Measures.Records);
+        }
+        EXPECT_EQ(records, 3U);
+        EXPECT_EQ(measures.RecordCount, 3U);
+        EXPECT_EQ(measures.FrameSize, 256U);
+        EXPECT_EQ(measures.PrimaryBytes, measures.Modulo * 256U);
+        EXPECT_EQ(measures.HighWater, 1 + overflowFrames + measures.FreeFrames);
+        EXPECT_EQ(verification.Group(1000).Damage->Number, 1U);
+        EXPECT_TRUE(verification.Group(1000).Damage->Fields.at(0).ends_with("A.LK"));
+        file.Write("more", std::string(600, 'd'));
+        EXPECT_EQ(file.Header().Modulo, measures.Modulo) << "held";
+    }
+    while (file.Header().Modulo < 8) {  // it grows as soon as the verification has ended
+        std::this_thread::yield();
+    }
 }
 
 }  // namespace

@@ -7,7 +7,7 @@ import unittest
 from tool_case import DONE, FAILURE, TOOL, WRONG_USE, ToolCase
 
 COMMANDS = ["create", "import", "compare", "get", "put", "delete", "group", "keys", "export", "dump", "load", "copy",
-            "header", "clear", "drop"]
+            "header", "check", "map", "clear", "drop"]
 
 
 class CommandLine(ToolCase):
@@ -90,7 +90,7 @@ class CommandLine(ToolCase):
             self.assertRegex(out, rf"\A{name}: {shape[1]:,} groups? of {shape[0]:,} bytes; with {records:,} records? a read "
                                   r"will visit 1\.[0-3] frames on average\n\Z")
             header = json.loads(self.qx("header", name, "--json").out)
-            self.assertEqual((header["frameSize"], header["modulo"]), shape)
+            self.assertEqual((header["frameSize"], header["modulo"], header["sizeLock"]), (*shape, 1))
 
     def test_create_says_what_it_adjusts_and_refuses_the_rest(self):
         result = self.run_tool("create", "A", "--frame-size", "10", "--threshold", "999")

@@ -12,7 +12,7 @@ namespace qx::tool {
 /// What the process exits with. Where a command works on several keys, the highest one wins.
 enum class ExitStatus {
     Done = 0,
-    NotFound = 1,  // or, when comparing, different
+    NotFound = 1,  // or, when comparing, different; when checking, damaged
     WrongUse = 2,
     Failure = 3,
 };
@@ -45,6 +45,8 @@ Command AddDumpCommand(CLI::App& root);
 Command AddLoadCommand(CLI::App& root);
 Command AddCopyCommand(CLI::App& root);
 Command AddHeaderCommand(CLI::App& root);
+Command AddCheckCommand(CLI::App& root);
+Command AddMapCommand(CLI::App& root);
 Command AddClearCommand(CLI::App& root);
 Command AddDropCommand(CLI::App& root);
 

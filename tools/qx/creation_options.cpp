@@ -118,7 +118,15 @@ CreateSettings CreationOptions::Over(const CreateSettings& settings) const {
 }
 
 Creation CreationOptions::Sized(const CreateSettings& settings) const {
-    return records_ ? SizedFor(settings, *records_, *recordBytes_) : Creation{settings, {}};
+    if (!records_) {
+        return {settings, {}};
+    }
+    CreateSettings sized = settings;
+    if (!sizeLock_) {
+        // A file that may shrink would give up its groups again before the records have come.
+        sized.SizeLock = std::max(sized.SizeLock, 1U);
+    }
+    return SizedFor(sized, *records_, *recordBytes_);
 }
 
 }  // namespace qx::tool

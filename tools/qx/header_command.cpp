@@ -35,12 +35,6 @@ std::optional<std::uint64_t> FileSize(const std::string& path) {
     return error ? std::nullopt : std::optional<std::uint64_t>(size);
 }
 
-// A line of the readable form.
-std::string Row(std::string_view label, const std::string& value) {
-    constexpr std::size_t kWidth = 17;
-    return std::string(label) + std::string(kWidth - label.size(), ' ') + value + '\n';
-}
-
 std::string SizeLockText(std::uint32_t sizeLock) {
     const std::string meaning = sizeLock == 0   ? "the file grows and shrinks"
                                 : sizeLock == 1 ? "the file only grows"

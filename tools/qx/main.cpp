@@ -39,12 +39,13 @@ ExitStatus Run(int count, char** arguments) {
         "'qx COMMAND --help' tells more about a command.\n\n"
         "A hashed file CUST stands in the two files CUST.LK and CUST.OV; it is named without extension. An\n"
         "argument that begins with a dash is given after --, as in: qx get CUST -- -x\n\n"
-        "Exit status: 0 done; 1 no such record (compare: something differs); 2 wrong use; 3 failure.");
+        "Exit status: 0 done; 1 no such record (compare: something differs, check: damaged); 2 wrong use; 3 failure.");
     const std::vector<Command> commands = {
         AddCreateCommand(app), AddImportCommand(app), AddCompareCommand(app), AddGetCommand(app),
         AddPutCommand(app),    AddDeleteCommand(app), AddGroupCommand(app),   AddKeysCommand(app),
         AddExportCommand(app), AddDumpCommand(app),   AddLoadCommand(app),    AddCopyCommand(app),
-        AddHeaderCommand(app), AddClearCommand(app),  AddDropCommand(app),
+        AddHeaderCommand(app), AddCheckCommand(app),  AddMapCommand(app),     AddClearCommand(app),
+        AddDropCommand(app),
     };
 
     Output output;

@@ -22,4 +22,9 @@ std::string OneDecimal(double number) {
     return text;
 }
 
+std::string Row(std::string_view label, const std::string& value) {
+    constexpr std::size_t kWidth = 17;
+    return std::string(label) + std::string(kWidth - label.size(), ' ') + value + '\n';
+}
+
 }  // namespace qx::tool

@@ -1,6 +1,7 @@
 #include "progress_line.h"
 
 #include <cmath>
+#include <utility>
 
 #include "messages.h"
 #include "number_text.h"
@@ -20,9 +21,17 @@ std::string MinutesAndSeconds(double seconds) {
     return std::to_string(whole / 60) + (rest < 10 ? ":0" : ":") + std::to_string(rest);
 }
 
+// A bar of twenty signs.
+std::string Bar(double part) {
+    constexpr std::size_t kWidth = 20;
+    const auto done = static_cast<std::size_t>(part * kWidth);
+    return '[' + std::string(done, '#') + std::string(kWidth - done, '.') + "] ";
+}
+
 }  // namespace
 
-ProgressLine::ProgressLine(bool wanted) : shown_(wanted && IsTerminal(Stream::Error)) {}
+ProgressLine::ProgressLine(bool wanted, std::string thing)
+    : thing_(std::move(thing)), shown_(wanted && IsTerminal(Stream::Error)) {}
 
 double ProgressLine::Seconds() const {
     return std::chrono::duration<double>(Clock::now() - start_).count();
@@ -41,13 +50,14 @@ void ProgressLine::Refresh(std::uint64_t records, std::uint64_t bytes, std::opti
     }
     next_ = now + kInterval;
     const double seconds = Seconds();
-    std::string text = Counted(records, "record");
+    std::string text = Counted(records, thing_);
     if (seconds > 0) {
         text += ", " + Grouped(static_cast<std::uint64_t>(static_cast<double>(records) / seconds)) + " a second";
     }
     if (total && bytes > 0 && bytes <= *total) {
         const double part = static_cast<double>(bytes) / static_cast<double>(*total);
-        text += ", " + OneDecimal(part * 100) + " %, " + MinutesAndSeconds(seconds / part - seconds) + " to go";
+        text = Bar(part) + text + ", " + OneDecimal(part * 100) + " %, " + MinutesAndSeconds(seconds / part - seconds) +
+               " to go";
     }
     WriteError(kFreshLine + text);
     visible_ = true;

@@ -10,13 +10,14 @@ namespace qx::tool {
 /// One line on standard error that tells how far a long job is; nothing at all when that is no terminal.
 class ProgressLine {
   public:
-    /// `wanted`: false where it would get into the way of what goes to the same terminal.
-    explicit ProgressLine(bool wanted = true);
+    /// `wanted`: false where it would get into the way of what goes to the same terminal. `thing`: what it counts.
+    explicit ProgressLine(bool wanted = true, std::string thing = "record");
     ProgressLine(const ProgressLine&) = delete;
     ProgressLine& operator=(const ProgressLine&) = delete;
     ~ProgressLine() { Clear(); }
 
-    /// To be called for every record; shows something a few times a second. `total`: bytes, where known.
+    /// To be called for every record; shows something a few times a second. `total`: bytes, where known; any other
+    /// measure of the work done and to be done does as well.
     void Show(std::uint64_t records, std::uint64_t bytes, std::optional<std::uint64_t> total) {
         if (shown_ && records % kRecordsBetweenLooks == 0) {
             Refresh(records, bytes, total);
@@ -36,6 +37,7 @@ class ProgressLine {
     double Seconds() const;
     void Refresh(std::uint64_t records, std::uint64_t bytes, std::optional<std::uint64_t> total);
 
+    const std::string thing_;
     bool shown_;
     bool visible_ = false;
     Clock::time_point start_ = Clock::now();

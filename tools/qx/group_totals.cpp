@@ -1,0 +1,47 @@
+#include "group_totals.h"
+
+#include <algorithm>
+
+namespace qx::tool {
+
+namespace {
+
+constexpr std::uint64_t kFrameHeader = 13;
+constexpr std::uint64_t kOverflowHeader = 14;
+
+std::uint64_t HeaderLength(const HeaderValues& header, std::uint32_t group) {
+    if (group > 0) {
+        return kFrameHeader;
+    }
+    return header.Version >= 120 ? 32 : header.Version >= 110 ? 26 : 22;
+}
+
+}  // namespace
+
+std::uint64_t UsedBytes(const HeaderValues& header, const GroupMeasures& measures) {
+    const std::uint64_t room = header.FrameSize + measures.OverflowFrames * (header.FrameSize - kOverflowHeader);
+    return room - measures.FreeBytes + 1;
+}
+
+void GroupTotals::Add(const HeaderValues& header, std::uint32_t group, const GroupVerification& result) {
+    ++Groups;
+    if (result.Damage) {
+        ++Damaged;
+        return;
+    }
+    const GroupMeasures& measures = result.Measures;
+    const std::uint64_t used = UsedBytes(header, measures);
+    Records += measures.Records;
+    RecordBytes += used - HeaderLength(header, group) - 1;
+    OverflowFrames += measures.OverflowFrames;
+    Load += std::min<std::uint64_t>(used, header.FrameSize);
+    OutOfOrder += measures.OutOfOrder;
+    visits_ += measures.FrameVisits - 1;
+    ++Chains[measures.OverflowFrames + 1];
+}
+
+double GroupTotals::VisitsPerRead() const {
+    return Records == 0 ? 0 : static_cast<double>(visits_) / static_cast<double>(Records);
+}
+
+}  // namespace qx::tool
