@@ -246,6 +246,20 @@ std::optional<uint32_t> PortIn(std::string_view text) {
     return text == "NONE" ? kNoPort : AsNumber(text);
 }
 
+std::string NameOnServer(std::string_view path, const ServerEntries& entries) {
+    const size_t serverEnd = std::min(path.find('\\', 2), path.size());
+    const size_t shareEnd = path.find('\\', serverEnd + 1);
+    std::string name = "\\\\";
+    name += entries.ServerName.empty() ? path.substr(2, serverEnd - 2) : std::string_view(entries.ServerName);
+    if (entries.ShareName.empty() || shareEnd == std::string_view::npos) {
+        name += path.substr(serverEnd);
+    } else {
+        name += '\\' + entries.ShareName;
+        name += path.substr(shareEnd);
+    }
+    return name;
+}
+
 std::string_view EnclosingDirectory(std::string_view directory) {
     const size_t separator =
         directory.size() < 2 ? std::string_view::npos : directory.find_last_of("/\\", directory.size() - 2);

@@ -91,6 +91,10 @@ struct ParameterReading {
 // Sets what the text assigns and leaves the rest as it is. The text is taken up to its limit.
 ParameterReading ApplyParameterText(std::string_view text, Parameters& parameters);
 
+// The name by which the volume's server knows a canonical path: with the server's own name, and the share's name in the
+// place of the first directory. A path without directories has no share.
+std::string NameOnServer(std::string_view path, const ServerEntries& entries);
+
 // The directory that holds `directory`; both end with a separator, / or \. Empty when there is none.
 std::string_view EnclosingDirectory(std::string_view directory);
 

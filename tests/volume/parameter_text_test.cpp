@@ -152,6 +152,25 @@ TEST(ParameterText, WhatATextSets) {
     }
 }
 
+TEST(ParameterText, NamesOnAServer) {
+    const struct {
+        const char* Path;
+        const char* Server;
+        const char* Share;
+        const char* Expected;
+    } cases[] = {
+        {"\\\\HOST\\data\\in\\CUST", "", "", "\\\\HOST\\data\\in\\CUST"},
+        {"\\\\HOST\\data\\in\\CUST", "ALPHA", "", "\\\\ALPHA\\data\\in\\CUST"},
+        {"\\\\HOST\\data\\in\\CUST", "", "EXPORT", "\\\\HOST\\EXPORT\\in\\CUST"},
+        {"\\\\HOST\\data\\CUST", "ALPHA", "EXPORT", "\\\\ALPHA\\EXPORT\\CUST"},
+        {"\\\\HOST\\CUST", "ALPHA", "EXPORT", "\\\\ALPHA\\CUST"},
+        {"\\\\HOST\\", "ALPHA", "EXPORT", "\\\\ALPHA\\"},
+    };
+    for (const auto& [path, server, share, expected] : cases) {
+        EXPECT_EQ(qx::NameOnServer(path, {.ServerName = server, .ShareName = share}), expected);
+    }
+}
+
 TEST(ParameterText, AnyBytesAreRead) {
     std::mt19937_64 random(TestSeed());
     const std::vector<std::string> pieces = {

@@ -47,6 +47,7 @@ Command AddCopyCommand(CLI::App& root);
 Command AddHeaderCommand(CLI::App& root);
 Command AddCheckCommand(CLI::App& root);
 Command AddMapCommand(CLI::App& root);
+Command AddVolumeCommand(CLI::App& root);
 Command AddClearCommand(CLI::App& root);
 Command AddDropCommand(CLI::App& root);
 

@@ -44,8 +44,8 @@ ExitStatus Run(int count, char** arguments) {
         AddCreateCommand(app), AddImportCommand(app), AddCompareCommand(app), AddGetCommand(app),
         AddPutCommand(app),    AddDeleteCommand(app), AddGroupCommand(app),   AddKeysCommand(app),
         AddExportCommand(app), AddDumpCommand(app),   AddLoadCommand(app),    AddCopyCommand(app),
-        AddHeaderCommand(app), AddCheckCommand(app),  AddMapCommand(app),     AddClearCommand(app),
-        AddDropCommand(app),
+        AddHeaderCommand(app), AddVolumeCommand(app), AddCheckCommand(app),   AddMapCommand(app),
+        AddClearCommand(app),  AddDropCommand(app),
     };
 
     Output output;
