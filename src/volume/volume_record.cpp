@@ -32,7 +32,6 @@ VolumeRecord& VolumeOf(std::string_view name, size_t rootLength) {
     volume->Locks.Supported = parameters.Settings.Locks.value_or(false);
     volume->Locks.TimeoutSeconds = parameters.Settings.GroupLockTimeout;
     volume->Locks.Map = LockMap(parameters.Settings.MaximumUsers);
-    volume->Server = std::move(parameters.Server);
     Volumes().emplace(volume->Name, volume.get());
     theProcessCounters.Enter(Counter::ActiveVolumes, Counter::PeakActiveVolumes);
     theProcessCounters.Increment(Counter::AddVolumes);

@@ -32,7 +32,6 @@ struct VolumeRecord {
 
     const std::string Name;  // the directory's canonical path, with a separator at its end
     VolumeSettings Settings;
-    ServerEntries Server;
     LockFile Locks;            // filled in when the volume is first used, and again after it was used by nobody
     CachedFile LockFileEntry;  // the lock file, open while the volume is in use
     ByteLockTable ByteLocks{Locks};
