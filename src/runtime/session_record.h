@@ -8,6 +8,7 @@
 #include "runtime/claim_mutex.h"
 #include "runtime/counters.h"
 #include "runtime/handle_list.h"
+#include "runtime/held_locks.h"
 
 namespace qx {
 
@@ -27,6 +28,8 @@ struct SessionRecord {
     ClaimMutex GroupLockMutex;                // taking and giving up the group below
     CallerGroupLock* GroupLock = nullptr;     // the group that the session holds for its application
     HandleList Files;                         // its open file handles
+    ClaimMutex LockMutex;                     // the locks below; claimed before that of a file's locks
+    HeldLocks Locks;                          // on files and records, held for its application
     CounterSet Counters;
 
     std::string_view IdentifierBytes() const { return {Identifier, IdentifierLength}; }

@@ -6,6 +6,7 @@
 #include "runtime/claim_mutex.h"
 #include "runtime/counters.h"
 #include "runtime/handle_list.h"
+#include "runtime/held_locks.h"
 
 namespace qx {
 
@@ -42,6 +43,7 @@ struct FileHandle {
     uint32_t PositionEnd = kNoWalk;
     bool WalkHasHold = false;  // the walk has taken a select hold
     uint32_t SelectCount = 0;  // select holds that the handle has taken and not given up
+    HeldLocks Locks;           // those of the session that were taken through the handle; under the locks' mutexes
     CounterSet Counters;
 };
 

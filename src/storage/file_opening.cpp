@@ -5,6 +5,7 @@
 #include "storage/operation_context.h"
 #include "storage/resize_queue.h"
 #include "storage/select_hold.h"
+#include "storage/session_locks.h"
 #include "storage/walk_position.h"
 
 namespace qx {
@@ -106,6 +107,7 @@ void CloseLocalHandle(FileCall& call) {
     OpenFile& file = *call.File;
     VolumeUse& use = *call.Handle->Use;
     FirstFailure failure;
+    ReleaseLocksOfHandle(call);
     failure.Run([&] { EndOpenWalk(call); });
     ReleaseAllSelectHolds(call);
     std::optional<LastClose> lastClose;

@@ -8,6 +8,7 @@
 
 #include "files/file_cache.h"
 #include "locking/group_lock_queue.h"
+#include "locking/lock_table.h"
 #include "runtime/claim_mutex.h"
 #include "runtime/counters.h"
 #include "runtime/handle_list.h"
@@ -26,7 +27,7 @@ struct FilePart {
 };
 
 struct OpenFile {
-    OpenFile(std::string_view name, VolumeRecord& volume) : Name(name), Volume(volume) {}
+    OpenFile(std::string_view name, VolumeRecord& volume) : Name(name), Volume(volume), NameHash(HashFileName(name)) {}
 
     FilePart& Part(WhichFile file) { return file == WhichFile::Primary ? PrimaryPart : OverflowPart; }
     std::string PathOf(WhichFile file) const;
@@ -41,13 +42,16 @@ struct OpenFile {
 
     const std::string Name;  // within the volume
     VolumeRecord& Volume;
-    HandleList Handles;  // of all sessions
+    const uint32_t NameHash;  // where the file's locks lie in the lock file
+    HandleList Handles;       // of all sessions
 
     RunningCounts Counts;
     GroupLockQueue GroupLocks;
+    LockTable Locks{Volume.ByteLocks, NameHash};  // of applications
 
     ClaimMutex StructureMutex;             // the select counts; also taken by clearing and by changes of the modulo
     std::atomic<uint32_t> SelectCount{0};  // handles that hold the number of groups still, and clears under way
+    ByteLock SelectLock;                   // the process's share of that in the lock file; under the structure mutex
 
     FilePart PrimaryPart;
     FilePart OverflowPart;
