@@ -35,7 +35,11 @@ ByteLockResult ByteLockTable::AcquireRow(ByteLockRow& row, LockUnits units, uint
                     most = units.Count;
                     continue;
                 }
-                if (error == SystemError::InUse && asked > 1) {
+                if (error != SystemError::InUse) {
+                    ReleaseRow(row);
+                    return ByteLockResult::Failed;
+                }
+                if (asked > 1) {
                     most = asked / 2;
                     continue;
                 }

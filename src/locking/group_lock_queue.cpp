@@ -69,6 +69,10 @@ void GroupLockQueue::Unlock(GroupLockRequest& request, const CounterLevels& leve
     if (request.Group == request.LastGroup) {
         levels.CountWork(Counter::GroupUnlocks);
     }
+    Withdraw(request, levels);
+}
+
+void GroupLockQueue::Withdraw(GroupLockRequest& request, const CounterLevels& levels) {
     const SpinHold hold(lock_);
     GroupLockRequest** link = &head_;
     while (*link != &request) {

@@ -4,9 +4,9 @@
 
 #include <cstdint>
 
+#include "locking/byte_lock.h"
 #include "runtime/counters.h"
 #include "runtime/spin_lock.h"
-#include "runtime/wait_event_pool.h"
 
 namespace qx {
 
@@ -23,6 +23,7 @@ struct GroupLockRequest {
     bool Granted = false;
     EventIndex Event = 0;  // while the request waits
     GroupLockRequest* Next = nullptr;
+    ByteLock Byte;  // what keeps other processes off, once the request is granted; not the queue's business
 };
 
 // The requests of all threads for all groups of one file, in order of arrival. A request waits while an earlier one for
@@ -38,6 +39,9 @@ class GroupLockQueue {
     bool LockRow(GroupLockRequest& request, uint32_t first, uint32_t last, const CounterLevels& levels);
 
     void Unlock(GroupLockRequest& request, const CounterLevels& levels);
+
+    // Takes a granted request back, as if it had failed.
+    void Withdraw(GroupLockRequest& request, const CounterLevels& levels);
 
     bool IsEmpty();
 

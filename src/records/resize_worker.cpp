@@ -5,6 +5,7 @@
 #include "runtime/status.h"
 #include "storage/operation_context.h"
 #include "storage/resize_queue.h"
+#include "storage/select_lock.h"
 
 namespace qx {
 
@@ -18,13 +19,17 @@ ResizeOutcome Resize(OpenFile& file) {
         return ResizeOutcome::Nothing;  // attaching would wait for as long as the application likes
     }
     const PrimaryAttachment attachment(file);
+    if (file.SelectCount > 0 || !(NeedsToExpand(file) || NeedsToContract(file))) {
+        return ResizeOutcome::Nothing;
+    }
+    const ExclusiveSelectLock select(file);
+    if (!select.IsHeld()) {
+        return ResizeOutcome::Nothing;  // another process walks or clears the file, or changes it itself
+    }
     CounterLevels levels;
     levels.Volume = &file.Volume.Counters;
     levels.File = &file.Counters;
     OperationContext context(file, levels, Counter::AllocateFileDataErrors);
-    if (file.SelectCount > 0) {
-        return ResizeOutcome::Nothing;
-    }
     if (NeedsToExpand(file)) {
         return Expand(context) ? ResizeOutcome::Expanded : ResizeOutcome::Nothing;
     }

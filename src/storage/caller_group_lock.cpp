@@ -158,7 +158,7 @@ void ReleaseHeldGroup(SessionRecord& session) {
     lock->Held = false;
     FileHandle& handle = *theLibrary.Files.PayloadOf<FileHandle>(lock->File);
     const FileCall call(session, lock->File, handle);
-    call.File->GroupLocks.Unlock(lock->Request, call.Levels);
+    UnlockGroup(*call.File, lock->Request, call.Levels);
     call.File->Group0HeaderSize = 0;
     ReleasePrimary(*call.File, lock->PrimaryClaim);
     WorkerBan::Lift(*call.File);
@@ -177,9 +177,7 @@ void LockGroupForCaller(FileCall& call, uint32_t group, bool exclusive) {
     CloseUnused(file.PrimaryPart);
     CloseOverflow(file);
     const OperationContext context(file, call.Levels);
-    if (!file.GroupLocks.Lock(lock.Request, group, exclusive, call.Levels)) {
-        Raise(Code::NoMemory);
-    }
+    LockGroup(file, lock.Request, group, exclusive, call.Levels);
     lock.File = call.HandleNumber;
     lock.Held = true;
     claim.HandOn();

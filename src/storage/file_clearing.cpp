@@ -4,28 +4,40 @@
 
 #include "storage/layout/empty_group.h"
 #include "storage/operation_context.h"
+#include "storage/select_lock.h"
 
 namespace qx {
 
 namespace {
 
 // Keeps walks and changes of the modulo out while a file is cleared: exclusively, with the structure mutex, when nobody
-// holds the number of groups still; otherwise as one more of those who do.
+// in any process holds the number of groups still; otherwise as one more of those who do.
 class ClearHold {
   public:
     explicit ClearHold(OperationContext& context) : context_(context) {
-        mutex_.emplace(context.File.StructureMutex);
-        if (context.File.SelectCount > 0) {
-            ++context.File.SelectCount;
-            mutex_.reset();
+        OpenFile& file = context.File;
+        mutex_.emplace(file.StructureMutex);
+        const bool othersHold = file.SelectCount > 0;
+        if (!othersHold && TryLockSelectExclusive(file)) {
+            return;
         }
+        if (!othersHold) {
+            LockSelectShared(file);
+        }
+        ++file.SelectCount;
+        mutex_.reset();
     }
 
     ~ClearHold() {
         context_.HeaderLock.Release();
-        if (!IsExclusive()) {
-            const OptionalClaimHold hold = OptionalClaimHold::Claim(context_.File.StructureMutex);
-            --context_.File.SelectCount;
+        OpenFile& file = context_.File;
+        if (IsExclusive()) {
+            UnlockSelect(file);
+            return;
+        }
+        const PatientClaimHold hold(file.StructureMutex);
+        if (--file.SelectCount == 0) {
+            UnlockSelect(file);
         }
     }
 
@@ -104,6 +116,7 @@ void EmptyOverflow(OperationContext& context) {
         if (context.Settings().FlushAllUpdates || context.Settings().FlushFileSizeUpdates) {
             FlushIfModified(context, WhichFile::Overflow);
         }
+        context.AllocationLock.Release();
     }
 }
 
@@ -119,7 +132,7 @@ void ClearHashedFile(FileCall& call) {
     const ClearHold hold(context);
     ReadHeader(context, HeaderAccess::Exclusive);
     // A group that was empty already could be written to again, into frames that are about to be cut off.
-    context.GroupLock.LockAllButHeader();
+    const AllGroupsLock groups(file, context.Levels);
     const bool shrink = file.SizeLock == 0 && hold.IsExclusive();
     if (!shrink) {
         CheckLength(context);

@@ -1,44 +1,72 @@
 #include "storage/select_hold.h"
 
 #include "storage/resize_queue.h"
+#include "storage/select_lock.h"
 
 namespace qx {
 
+namespace {
+
+// By the owner of the structure mutex: leaves the handle so many holds. True when the process has none on the file any
+// more.
+bool ReduceHolds(FileCall& call, uint32_t left) {
+    OpenFile& file = *call.File;
+    call.Levels.CountWork(Counter::SelectUnlocks);
+    call.Handle->SelectCount = left;
+    if (left > 0 || --file.SelectCount > 0) {
+        return false;
+    }
+    UnlockSelect(file);
+    if (file.SizeLock <= 1) {
+        file.Counts.RestartTally(file.Modulo);
+    }
+    return true;
+}
+
+}  // namespace
+
 void TakeSelectHold(FileCall& call) {
+    OpenFile& file = *call.File;
     call.Levels.CountWork(Counter::SelectLocks);
     {
-        const ClaimHold hold(call.File->StructureMutex);
+        const ClaimHold hold(file.StructureMutex);
         if (call.Handle->SelectCount == 0) {
-            ++call.File->SelectCount;
+            if (file.SelectCount == 0) {
+                LockSelectShared(file);
+            }
+            ++file.SelectCount;
         }
         ++call.Handle->SelectCount;
     }
-    theResizeQueue.Remove(*call.File);
+    theResizeQueue.Remove(file);
 }
 
 void ReleaseSelectHold(FileCall& call) {
-    OpenFile& file = *call.File;
     {
-        const OptionalClaimHold hold = OptionalClaimHold::Claim(file.StructureMutex);
-        if (hold && call.Handle->SelectCount == 0) {
+        const OptionalClaimHold hold = OptionalClaimHold::Claim(call.File->StructureMutex);
+        if (!hold) {
+            call.Levels.CountWork(Counter::SelectUnlocks);
             return;
         }
-        call.Levels.CountWork(Counter::SelectUnlocks);
-        if (!hold || --call.Handle->SelectCount > 0 || --file.SelectCount > 0) {
+        if (call.Handle->SelectCount == 0 || !ReduceHolds(call, call.Handle->SelectCount - 1)) {
             return;
-        }
-        if (file.SizeLock <= 1) {
-            file.Counts.RestartTally(file.Modulo);
         }
     }
-    theResizeQueue.Check(file);
+    theResizeQueue.Check(*call.File);
 }
 
+// Without fail: nobody could give up the holds of a handle that is gone.
 void ReleaseAllSelectHolds(FileCall& call) {
-    if (call.Handle->SelectCount > 0) {
-        call.Handle->SelectCount = 1;
-        ReleaseSelectHold(call);
+    if (call.Handle->SelectCount == 0) {
+        return;
     }
+    {
+        const PatientClaimHold hold(call.File->StructureMutex);
+        if (!ReduceHolds(call, 0)) {
+            return;
+        }
+    }
+    theResizeQueue.Check(*call.File);
 }
 
 }  // namespace qx

@@ -5,7 +5,8 @@
 
 namespace qx {
 
-// Counted per handle; the first one of the process on the file keeps the number of groups still. Raises 1028.
+// Counted per handle; the first one of the process on the file keeps the number of groups still,
+// in all processes. Raises 1028, 1013, 1012, 1011.
 void TakeSelectHold(FileCall& call);
 
 // Gives up one hold of the handle; a handle that has none is left as it is. When the process's last hold on the file

@@ -30,7 +30,7 @@ std::set<uint32_t> CodesFor(Call call, SystemError error) {
         {Call::Exists, {230, 231, 1008, 1009, 1029}},
         {Call::Create, {1008, 1009, 1029}},
         {Call::Open, {102, 104, 1009, 1029}},  // opened for reading instead, a file cannot be changed
-        {Call::Lock, {1026, 1027}},
+        {Call::Lock, {1012, 1026, 1027}},
         {Call::ClaimForDelete, {104, 1029}},
         {Call::Delete, {104, 1029}},
         {Call::Read, {107}},

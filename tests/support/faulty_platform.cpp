@@ -98,7 +98,7 @@ class FaultyFiles final : public qx::FileService {
             error = Real().TryLock(handle, offset, length, mode);
         }
         if (error == SystemError::None) {
-            ++owner_.Held.Locks;
+            owner_.Held.LockedBytes += length;
         }
         return error;
     }
@@ -107,7 +107,7 @@ class FaultyFiles final : public qx::FileService {
         if (owner_.DuringUnlock) {
             owner_.DuringUnlock();
         }
-        --owner_.Held.Locks;
+        owner_.Held.LockedBytes -= length;
         return Real().Unlock(handle, offset, length);
     }
 

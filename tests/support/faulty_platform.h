@@ -88,7 +88,7 @@ class FaultyPlatform {
     // What is held now.
     struct Holdings {
         std::atomic<int64_t> OpenHandles{0};
-        std::atomic<int64_t> Locks{0};
+        std::atomic<int64_t> LockedBytes{0};
         std::atomic<int64_t> Events{0};
         std::atomic<int64_t> Heaps{0};
         std::atomic<int64_t> HeapBlocks{0};

@@ -180,14 +180,15 @@ std::vector<std::string> FileTest::KeysOf(uint32_t group, uint32_t modulo, size_
 }
 
 FileTest::Holdings FileTest::Held() {
-    Holdings held{qx::theWaitEvents.TakenCount(), Faults.Held.HeapBlocks, Faults.Held.OpenHandles, Faults.Held.Locks};
+    Holdings held{qx::theWaitEvents.TakenCount(), Faults.Held.HeapBlocks, Faults.Held.OpenHandles,
+                  Faults.Held.LockedBytes};
     held.OtherHandles -= OpenParts();
     for (const auto& [path, volume] : qx::Volumes()) {
         held.OtherHandles -= volume->LockFileEntry.IsOpen();
-        held.Locks -= volume->LockFileEntry.IsOpen();  // the user slot
+        held.LockedBytes -= volume->LockFileEntry.IsOpen();  // the user slot
         for (const auto& [name, file] : volume->Files) {
-            held.Locks -= file->PrimaryPart.Cached.MarkerPosition != 0;
-            held.Locks -= file->OverflowPart.Cached.MarkerPosition != 0;
+            held.LockedBytes -= file->PrimaryPart.Cached.MarkerPosition != 0;
+            held.LockedBytes -= file->OverflowPart.Cached.MarkerPosition != 0;
         }
     }
     return held;
@@ -220,6 +221,8 @@ bool IsFree(qx::ClaimMutex& mutex) {
 void FileTest::ExpectNothingHeld(uint32_t selectHolds) {
     EXPECT_TRUE(IsFree(qx::theLibrary.ApiMutex));
     for (const auto& [path, volume] : qx::Volumes()) {
+        EXPECT_EQ(volume->ByteLocks.Snapshot({}),
+                  volume->Locks.Supported && selectHolds > 0 ? volume->Files.size() : 0);
         for (const auto& [name, file] : volume->Files) {
             EXPECT_TRUE(file->GroupLocks.IsEmpty());
             EXPECT_TRUE(IsFree(file->StructureMutex));

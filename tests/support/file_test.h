@@ -106,7 +106,7 @@ class FileTest : public ::testing::Test {
         uint32_t TakenEvents = 0;
         int64_t HeapBlocks = 0;
         int64_t OtherHandles = 0;  // operating-system handles that are not those of an open hashed file or a lock file
-        int64_t Locks = 0;         // without user slots and markers
+        int64_t LockedBytes = 0;   // without user slots and markers
 
         bool operator==(const Holdings&) const = default;
     };
