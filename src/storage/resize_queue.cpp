@@ -16,14 +16,17 @@ bool NeedsToContract(OpenFile& file) {
     return file.SizeLock == 0 && file.Counts.NewAlpha() < uint64_t{file.Modulo - 1} * file.MergeBytes;
 }
 
-// The mutex is tried under the lock that it is given back under: a call that finds the worker at the file has changed
-// the load before the worker looks at it for the last time.
+// The mutex is tried under the lock that it is given back under: a call that finds the worker at the file has it look
+// at the load once more. Until the step is done nobody can tell what the load will ask for.
 void ResizeQueue::Check(OpenFile& file) {
-    if (!NeedsToExpand(file) && !NeedsToContract(file)) {
+    if (atWork_ != &file && !NeedsToExpand(file) && !NeedsToContract(file)) {
         return;
     }
     const SpinHold hold(lock_);
     const OptionalClaimHold structure = OptionalClaimHold::Try(file.StructureMutex);
+    if (!structure && atWork_ == &file) {
+        askedAgain_ = true;
+    }
     if (!structure || file.IsQueued || file.OpenedReadOnly || file.SelectCount > 0 || file.CallerLocks > 0) {
         return;
     }
@@ -38,10 +41,12 @@ void ResizeQueue::Check(OpenFile& file) {
 
 void ResizeQueue::GiveBack(OpenFile& file, ClaimMutex::Node& node, ResizeOutcome outcome) {
     const SpinHold hold(lock_);
-    if ((outcome == ResizeOutcome::Expanded && NeedsToExpand(file)) ||
-        (outcome == ResizeOutcome::Contracted && NeedsToContract(file))) {
+    const bool expand = askedAgain_ || outcome == ResizeOutcome::Expanded;
+    const bool contract = askedAgain_ || outcome == ResizeOutcome::Contracted;
+    if ((expand && NeedsToExpand(file)) || (contract && NeedsToContract(file))) {
         Append(file);
     }
+    atWork_ = nullptr;
     file.StructureMutex.Release(node);
 }
 
@@ -83,6 +88,8 @@ OpenFile* ResizeQueue::Next(ClaimMutex::Node& node) {
         OpenFile* file = head_;
         Unlink(*file);
         if (file->StructureMutex.TryClaim(node)) {
+            atWork_ = file;
+            askedAgain_ = false;
             return file;
         }
     }
@@ -106,6 +113,7 @@ bool ResizeQueue::Sleep() {
 void ResizeQueue::Open() {
     head_ = nullptr;
     tail_ = nullptr;
+    atWork_ = nullptr;
     stopping_ = false;
     asleep_ = false;
     alive_ = true;

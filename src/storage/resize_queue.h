@@ -1,6 +1,7 @@
 // The files whose number of groups is to change, in the order in which they asked for it.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 
 #include "runtime/claim_mutex.h"
@@ -32,8 +33,8 @@ class ResizeQueue {
     OpenFile* Next(ClaimMutex::Node& node);
 
     // Gives the file's structure mutex up, and puts the file at the end of the queue if it needs another step of the
-    // kind that was done. A step may leave a load that asks for the opposite one; taking that up too could go on for
-    // ever.
+    // kind that was done, or any since a call has asked for it meanwhile. A step may leave a load that asks for the
+    // opposite one by itself; taking that up too could go on for ever.
     void GiveBack(OpenFile& file, ClaimMutex::Node& node, ResizeOutcome outcome);
 
     // Called once the worker will call nothing here any more.
@@ -54,6 +55,8 @@ class ResizeQueue {
     SpinLock lock_;  // the worker lock: everything here, and the links in the files
     OpenFile* head_ = nullptr;
     OpenFile* tail_ = nullptr;
+    std::atomic<OpenFile*> atWork_{nullptr};  // that the worker has taken
+    bool askedAgain_ = false;                 // for that file, since it was taken
     bool stopping_ = false;
     bool alive_ = false;
     bool asleep_ = false;
