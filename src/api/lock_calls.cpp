@@ -51,16 +51,20 @@ std::string_view KeyToLock(const FileCall& call, uint32_t key) {
     return bytes;
 }
 
+template <Opcode opcode>
 int32_t LockFileFor(uint32_t file, bool exclusive, Counter counter, StatusRecord* status) {
-    return FileOperation(file, counter, status, [&](FileCall& call, StatusRecord& target) {
-        return GrantedOrStatus(LockWholeFile(call, exclusive), target);
-    });
+    return FileOperation(
+        file, counter, status, [](const RemoteFileCall& remote) { remote.Ask<opcode>(); },
+        [&](FileCall& call, StatusRecord& target) { return GrantedOrStatus(LockWholeFile(call, exclusive), target); });
 }
 
+template <Opcode opcode>
 int32_t LockRecordFor(uint32_t file, uint32_t key, bool exclusive, Counter counter, StatusRecord* status) {
-    return FileOperation(file, counter, status, [&](FileCall& call, StatusRecord& target) {
-        return GrantedOrStatus(LockRecord(call, KeyToLock(call, key), exclusive), target);
-    });
+    return FileOperation(
+        file, counter, status, [&](const RemoteFileCall& remote) { remote.Ask<opcode>(remote.Send(key)); },
+        [&](FileCall& call, StatusRecord& target) {
+            return GrantedOrStatus(LockRecord(call, KeyToLock(call, key), exclusive), target);
+        });
 }
 
 }  // namespace
@@ -70,34 +74,43 @@ int32_t LockRecordFor(uint32_t file, uint32_t key, bool exclusive, Counter count
 extern "C" {
 
 int32_t QXSharedLockFile(uint32_t file, StatusRecord* status) {
-    return qx::LockFileFor(file, false, qx::Counter::SharedLockFiles, status);
+    using namespace qx;
+    return LockFileFor<Opcode::SharedLockFile>(file, false, Counter::SharedLockFiles, status);
 }
 
 int32_t QXExclusiveLockFile(uint32_t file, StatusRecord* status) {
-    return qx::LockFileFor(file, true, qx::Counter::ExclusiveLockFiles, status);
+    using namespace qx;
+    return LockFileFor<Opcode::ExclusiveLockFile>(file, true, Counter::ExclusiveLockFiles, status);
 }
 
 int32_t QXUnlockFile(uint32_t file, StatusRecord* status) {
     using namespace qx;
-    return FileOperation(file, Counter::UnlockFiles, status, [](FileCall& call, StatusRecord& target) {
-        return UnlockedOrStatus(UnlockWholeFile(call), Code::FileNotLocked, target);
-    });
+    return FileOperation(
+        file, Counter::UnlockFiles, status, [](const RemoteFileCall& remote) { remote.Ask<Opcode::UnlockFile>(); },
+        [](FileCall& call, StatusRecord& target) {
+            return UnlockedOrStatus(UnlockWholeFile(call), Code::FileNotLocked, target);
+        });
 }
 
 int32_t QXSharedLockRecord(uint32_t file, uint32_t key, StatusRecord* status) {
-    return qx::LockRecordFor(file, key, false, qx::Counter::SharedLockRecords, status);
+    using namespace qx;
+    return LockRecordFor<Opcode::SharedLockRecord>(file, key, false, Counter::SharedLockRecords, status);
 }
 
 int32_t QXExclusiveLockRecord(uint32_t file, uint32_t key, StatusRecord* status) {
-    return qx::LockRecordFor(file, key, true, qx::Counter::ExclusiveLockRecords, status);
+    using namespace qx;
+    return LockRecordFor<Opcode::ExclusiveLockRecord>(file, key, true, Counter::ExclusiveLockRecords, status);
 }
 
 int32_t QXUnlockRecord(uint32_t file, uint32_t key, StatusRecord* status) {
     using namespace qx;
-    return FileOperation(file, Counter::UnlockRecords, status, [&](FileCall& call, StatusRecord& target) {
-        const std::string_view bytes = call.Session->Buffers.Get(key);
-        return UnlockedOrStatus(UnlockRecord(call, bytes), Code::RecordNotLocked, target);
-    });
+    return FileOperation(
+        file, Counter::UnlockRecords, status,
+        [&](const RemoteFileCall& remote) { remote.Ask<Opcode::UnlockRecord>(remote.Send(key)); },
+        [&](FileCall& call, StatusRecord& target) {
+            const std::string_view bytes = call.Session->Buffers.Get(key);
+            return UnlockedOrStatus(UnlockRecord(call, bytes), Code::RecordNotLocked, target);
+        });
 }
 
 int32_t QXUnlockAll(uint32_t session, StatusRecord* status) {
@@ -106,7 +119,13 @@ int32_t QXUnlockAll(uint32_t session, StatusRecord* status) {
         SessionEntry entry(session);
         entry.Count(Counter::UnlockAlls);
         ReleaseCallerGroupLock(*entry.Session);
-        ReleaseLocksOfSession(*entry.Session);
+        FirstFailure failure;
+        {
+            const ClaimHold api(theLibrary.ApiMutex);
+            UnlockAllOnServers(*entry.Session, failure);
+        }
+        failure.Run([&] { ReleaseLocksOfSession(*entry.Session); });
+        failure.RaiseIfAny();
         return true;
     });
 }
