@@ -90,10 +90,11 @@ TEST_F(Reports, TellWhatAScriptDid) {
     const std::string volume = Volume().Name;
     const std::string name = Path("F");
 
-    // Two groups of one session that share one lock, and a lone one before them.
+    // Two groups of one session that share one lock, a lone one before them, and that of the walk after them.
     const qx::LockMap& map = Volume().Locks.Map;
     const uint32_t low = map.FileUnit(0);
     const uint32_t high = map.GroupUnit(5, 9);
+    const std::string select = std::to_string(Volume().Locks.Map.SelectUnit(Record(file).NameHash)) + ",false";
     std::array<qx::ByteLock, 3> locks;
     ASSERT_EQ(Volume().ByteLocks.Acquire(locks[0], high, false, 0), qx::ByteLockResult::Granted);
     ASSERT_EQ(Volume().ByteLocks.Acquire(locks[1], low, true, 0), qx::ByteLockResult::Granted);
@@ -156,8 +157,8 @@ TEST_F(Reports, TellWhatAScriptDid) {
                {"Fill Character", "0"},
                {"Locks Supported", "true"},
                {"Group Lock Timeout", "60"},
-               {"Byte Locks|Offset,Exclusive,Count",
-                std::to_string(low) + ",true|" + std::to_string(high) + ",false|" + std::to_string(high) + ",false"},
+               {"Byte Locks|Offset,Exclusive,Count", std::to_string(low) + ",true|" + std::to_string(high) + ",false|" +
+                                                         std::to_string(high) + ",false|" + select},
                {"Lock File Handle", std::to_string(Volume().Locks.Handle)}} +
         Calls({"1", "0", "2", "1", "1", "2", "1", "1", "1", "0", "0",
                "0", "0", "0", "0", "0", "1", "0", "1", "1", "0", "1"}) +
@@ -170,7 +171,7 @@ TEST_F(Reports, TellWhatAScriptDid) {
     for (qx::ByteLock& lock : locks) {
         Volume().ByteLocks.Release(lock);
     }
-    EXPECT_EQ(ValueIn(ReportOn(Session, kVolumeReport, name), "Byte Locks|Offset,Exclusive,Count"), "");
+    EXPECT_EQ(ValueIn(ReportOn(Session, kVolumeReport, name), "Byte Locks|Offset,Exclusive,Count"), select);
 
     EXPECT_EQ(ReportOn(Session, kFileReport, name),
               (Report{{"Volume Name", volume},
