@@ -72,11 +72,7 @@ class SessionEntry {
     explicit SessionEntry(uint32_t handle)
         : Handle(handle), entry_(theLibrary.Sessions, handle), Session(entry_.Enter<SessionRecord>()) {}
 
-    void Count(Counter counter) {
-        CounterLevels levels;
-        levels.Session = &Session->Counters;
-        levels.CountCall(counter);
-    }
+    void Count(Counter counter) { CounterLevels{.Session = &Session->Counters}.CountForSession(counter); }
 
     void BeginClose() { entry_.BeginClose(); }
 
@@ -116,18 +112,18 @@ class FileEntry {
 };
 
 // An exported function on a file handle: entered, then counted and forwarded to the file's server, or counted and
-// worked.
+// worked. The counter is one that adds up.
 template <class Forward, class Work>
 int32_t FileOperation(uint32_t file, Counter counter, StatusRecord* status, Forward&& forward, Work&& work) noexcept {
     return ExportedCall(status, [&](StatusRecord& target) {
         FileEntry entry(file);
         if (entry.Handle.IsRemote()) {
-            CounterLevels{.Session = &entry.Session.Counters}.CountCall(counter);
+            CounterLevels{.Session = &entry.Session.Counters}.CountForSession(counter);
             std::forward<Forward>(forward)(RemoteFileCall(*entry.Handle.Remote, entry.Session.Buffers));
             return true;
         }
         FileCall call(entry.Session, file, entry.Handle);
-        call.Levels.CountCall(counter);
+        call.Levels.Handle->Increment(counter);
         return std::forward<Work>(work)(call, target);
     });
 }

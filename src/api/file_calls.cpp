@@ -150,7 +150,7 @@ int32_t QXCloseFile(uint32_t file, StatusRecord* status) {
         const ClaimHold api(theLibrary.ApiMutex);
         ReleaseCallerGroupLockOf(entry.Session, file);
         entry.BeginClose();
-        LevelsOf(entry.Session, entry.Handle).CountCall(Counter::CloseFiles);
+        LevelsOf(entry.Session, entry.Handle).CountEverywhere(Counter::CloseFiles);
         CloseFileOf(entry.Session, file, entry.Handle);
         return true;
     });

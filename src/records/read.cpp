@@ -16,7 +16,7 @@ uint8_t* AllocateRecord(FileCall& call, uint32_t recordBuffer, uint32_t length) 
         return true;
     });
     if (!good) {
-        call.Levels.CountRefusal(Counter::ReadAllocationErrors);
+        call.Levels.CountForSession(Counter::ReadAllocationErrors);
         Raise(Code::BufferRefused);
     }
     return bytes;

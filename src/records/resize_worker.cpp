@@ -26,9 +26,7 @@ ResizeOutcome Resize(OpenFile& file) {
     if (!select.IsHeld()) {
         return ResizeOutcome::Nothing;  // another process walks or clears the file, or changes it itself
     }
-    CounterLevels levels;
-    levels.Volume = &file.Volume.Counters;
-    levels.File = &file.Counters;
+    const CounterLevels levels{.File = &file.Counters};
     OperationContext context(file, levels, Counter::AllocateFileDataErrors);
     if (NeedsToExpand(file)) {
         return Expand(context) ? ResizeOutcome::Expanded : ResizeOutcome::Nothing;

@@ -16,7 +16,7 @@ void HandOver(FileCall& call, uint32_t buffer, const VerificationReport& report)
         std::copy(bytes.begin(), bytes.end(), to);
     });
     if (!good) {
-        call.Levels.CountRefusal(Counter::VerifyGroupAllocationErrors);
+        call.Levels.CountForSession(Counter::VerifyGroupAllocationErrors);
     }
     failure.RaiseIfAny();
 }

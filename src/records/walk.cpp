@@ -49,7 +49,7 @@ class KeyList {
     void CountRefusals(Request&& request) {
         FirstFailure failure;
         if (!failure.Run(request)) {
-            call_.Levels.CountRefusal(Counter::ReadNextAllocationErrors);
+            call_.Levels.CountForSession(Counter::ReadNextAllocationErrors);
         }
         failure.RaiseIfAny();
     }

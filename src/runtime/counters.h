@@ -1,5 +1,10 @@
 // What the library counts, at the five levels at which it counts: the process, each session, each volume, each open
 // file and each file handle.
+//
+// What happens at every turn is counted once, by the lowest level that it belongs to: calls on a handle by the handle,
+// the engine's work and its errors by the file. The levels above add up what those below them have counted when
+// somebody asks, so that threads that work on different files do not count in the same places. All other counts are
+// raised at each of their levels when they happen.
 #pragma once
 
 #include <array>
@@ -22,6 +27,7 @@ enum class Counter : uint32_t {
     DeleteFiles,
     OpenFiles,
     CloseFiles,
+    // Those that add up.
     GetFileHeaders,
     ReadRecords,
     ReadOnlyRecords,
@@ -57,7 +63,15 @@ enum class Counter : uint32_t {
     RemoveSessionFiles,
     ActiveFileHandles,
     PeakActiveFileHandles,
-    // The engine's work.
+    // Errors that belong to no file.
+    ReadNextAllocationErrors,
+    ReadAllocationErrors,
+    VerifyGroupAllocationErrors,
+    AllocateFileDataErrors,
+    AllocateLockDataErrors,
+    AllocateTemporaryDataErrors,
+    ClaimMutexInitSuspendErrors,
+    // The engine's work and the errors met in it, which add up.
     ExpandModulos,
     ContractModulos,
     ReadFrames,
@@ -68,28 +82,45 @@ enum class Counter : uint32_t {
     GroupUnlocks,
     GroupLockSuspends,
     GroupUnlockResumes,
-    // Errors.
-    ReadNextAllocationErrors,
-    ReadAllocationErrors,
-    VerifyGroupAllocationErrors,
     GfeRecordTerminationErrors,
     GfeRecordTruncatedErrors,
     GfeLinkErrors,
     ReadErrors,
     VolumeFullErrors,
     WriteErrors,
-    AllocateFileDataErrors,
-    AllocateLockDataErrors,
-    AllocateTemporaryDataErrors,
-    ClaimMutexInitSuspendErrors,
     GroupLockInitSuspendErrors,
 };
 
 inline constexpr size_t kCounterCount = static_cast<size_t>(Counter::GroupLockInitSuspendErrors) + 1;
 
-// The counters of one level.
+constexpr bool AddsUp(Counter counter) {
+    return (counter >= Counter::GetFileHeaders && counter <= Counter::UnlockGroups) ||
+           counter >= Counter::ExpandModulos;
+}
+
+// The counts of a level at one time, each counter read for itself.
+class CounterValues {
+  public:
+    uint32_t& operator[](Counter counter) { return values_[static_cast<size_t>(counter)]; }
+    uint32_t operator[](Counter counter) const { return values_[static_cast<size_t>(counter)]; }
+
+  private:
+    std::array<uint32_t, kCounterCount> values_{};
+};
+
+// The counters of one level. Any thread counts at any time; which sets are below which only changes, and is only looked
+// at, under the API mutex.
 class CounterSet {
   public:
+    CounterSet() = default;
+    // What adds up goes to the levels above. Nothing is counted any more, and no level is below.
+    ~CounterSet();
+    CounterSet(const CounterSet&) = delete;
+    CounterSet& operator=(const CounterSet&) = delete;
+
+    // Puts the set below another one, which has to outlive it; a handle's is below that of its session and its file.
+    void PutBelow(CounterSet& above);
+
     void Increment(Counter counter) { At(counter).fetch_add(1, std::memory_order_relaxed); }
 
     // Raises the number of live objects of a kind, and its highest value. The peak is compared and stored, not
@@ -103,51 +134,48 @@ class CounterSet {
 
     void Leave(Counter active) { At(active).fetch_sub(1, std::memory_order_relaxed); }
 
-    uint32_t Value(Counter counter) const {
-        return values_[static_cast<size_t>(counter)].load(std::memory_order_relaxed);
-    }
+    CounterValues Values() const;
+    uint32_t Value(Counter counter) const { return Values()[counter]; }
 
   private:
+    // A set's place in the list of those below another one.
+    struct Place {
+        CounterSet* Set = nullptr;
+        CounterSet* Above = nullptr;
+        Place* Next = nullptr;
+        Place** Link = nullptr;  // what points to this one
+    };
+
     std::atomic<uint32_t>& At(Counter counter) { return values_[static_cast<size_t>(counter)]; }
+    uint32_t Own(Counter counter) const {
+        return values_[static_cast<size_t>(counter)].load(std::memory_order_relaxed);
+    }
+    void AddTo(CounterValues& values) const;
 
     std::array<std::atomic<uint32_t>, kCounterCount> values_{};
+    std::array<Place, 2> places_{};
+    Place* below_ = nullptr;
 };
 
 extern CounterSet theProcessCounters;
 
-// The levels that a piece of work belongs to, so that counting it at all of them is one call. A level that the work
-// does not have is null.
+// The levels that a piece of work belongs to. A level that the work does not have is null.
 struct CounterLevels {
     CounterSet* Session = nullptr;
     CounterSet* Volume = nullptr;
     CounterSet* File = nullptr;
     CounterSet* Handle = nullptr;
 
-    // A call of an exported function.
-    void CountCall(Counter counter) const {
-        theProcessCounters.Increment(counter);
-        for (CounterSet* level : {Session, Volume, File, Handle}) {
-            if (level != nullptr) {
-                level->Increment(counter);
-            }
-        }
-    }
+    // What does not depend on a file: the process and the session.
+    void CountForSession(Counter counter) const;
 
-    // Work of the engine, or an error met in it: the process, the volume and the file.
+    // What does not add up: the process and every level that there is.
+    void CountEverywhere(Counter counter) const;
+
+    // Work of the engine, or an error met in it.
     void CountWork(Counter counter) const {
-        theProcessCounters.Increment(counter);
-        for (CounterSet* level : {Volume, File}) {
-            if (level != nullptr) {
-                level->Increment(counter);
-            }
-        }
-    }
-
-    // A buffer that the application's callback refused: the process and the session.
-    void CountRefusal(Counter counter) const {
-        theProcessCounters.Increment(counter);
-        if (Session != nullptr) {
-            Session->Increment(counter);
+        if (File != nullptr) {
+            File->Increment(counter);
         }
     }
 

@@ -2,20 +2,20 @@
 
 namespace qx {
 
-void WriteCounts(ReportWriter& report, const CounterSet& counters, std::initializer_list<CounterRun> runs) {
+void WriteCounts(ReportWriter& report, const CounterValues& counts, std::initializer_list<CounterRun> runs) {
     for (const CounterRun run : runs) {
         for (const CounterLabel& entry : run) {
             report.Name(entry.Label);
-            report.Number(counters.Value(entry.Value));
+            report.Number(counts[entry.Value]);
         }
     }
 }
 
-void WriteErrors(ReportWriter& report, const CounterSet& counters, std::initializer_list<CounterRun> runs) {
+void WriteErrors(ReportWriter& report, const CounterValues& counts, std::initializer_list<CounterRun> runs) {
     for (const CounterRun run : runs) {
         for (const CounterLabel& entry : run) {
             report.Name(entry.Label);
-            report.NumberOrEmpty(counters.Value(entry.Value));
+            report.NumberOrEmpty(counts[entry.Value]);
         }
     }
 }

@@ -133,9 +133,9 @@ inline constexpr CounterLabel kGroupLockErrors[] = {
 };
 
 // Writes the counts of one level.
-void WriteCounts(ReportWriter& report, const CounterSet& counters, std::initializer_list<CounterRun> runs);
+void WriteCounts(ReportWriter& report, const CounterValues& counts, std::initializer_list<CounterRun> runs);
 
 // The same; a count of 0 is an empty value.
-void WriteErrors(ReportWriter& report, const CounterSet& counters, std::initializer_list<CounterRun> runs);
+void WriteErrors(ReportWriter& report, const CounterValues& counts, std::initializer_list<CounterRun> runs);
 
 }  // namespace qx

@@ -63,8 +63,9 @@ void WriteFileReport(ReportWriter& report, OpenFile& file) {
     WriteFields(report, load, kLoad);
     WriteLocks(report, file);
     WriteFields(report, file, kSelect);
-    WriteCounts(report, file.Counters, {kNameCalls, kHandleCalls, kLiveSessionFiles, kWork});
-    WriteErrors(report, file.Counters, {kFileErrors, kGroupLockErrors});
+    const CounterValues counts = file.Counters.Values();
+    WriteCounts(report, counts, {kNameCalls, kHandleCalls, kLiveSessionFiles, kWork});
+    WriteErrors(report, counts, {kFileErrors, kGroupLockErrors});
 }
 
 }  // namespace qx

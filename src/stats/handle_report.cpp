@@ -1,3 +1,4 @@
+#include "remote/remote_file.h"
 #include "stats/counter_runs.h"
 #include "stats/report_field.h"
 #include "stats/reports.h"
@@ -8,9 +9,17 @@ namespace qx {
 
 namespace {
 
-constexpr ReportField<FileHandle> kHandle[] = {
+constexpr ReportField<FileHandle> kAnyHandle[] = {
     {"Session", [](ReportWriter& report, FileHandle& handle) { report.Number(handle.Session); }},
-    {"Remote", [](ReportWriter& report, FileHandle&) { report.Boolean(false); }},
+    {"Remote", [](ReportWriter& report, FileHandle& handle) { report.Boolean(handle.IsRemote()); }},
+};
+
+constexpr ReportField<FileHandle> kRemoteHandle[] = {
+    {"Server Name",
+     [](ReportWriter& report, FileHandle& handle) { report.Bytes(handle.Remote->Session.Connection.Name); }},
+};
+
+constexpr ReportField<FileHandle> kLocalHandle[] = {
     {"Volume Name", [](ReportWriter& report, FileHandle& handle) { report.Bytes(handle.File->Volume.Name); }},
     {"File Name", [](ReportWriter& report, FileHandle& handle) { report.Bytes(handle.File->Name); }},
     {"Read Only", [](ReportWriter& report, FileHandle& handle) { report.Boolean(handle.ReadOnly); }},
@@ -36,10 +45,15 @@ void WriteWalk(ReportWriter& report, FileHandle& handle) {
 }  // namespace
 
 void WriteHandleReport(ReportWriter& report, FileHandle& handle) {
-    WriteFields(report, handle, kHandle);
+    WriteFields(report, handle, kAnyHandle);
+    if (handle.IsRemote()) {
+        WriteFields(report, handle, kRemoteHandle);
+        return;
+    }
+    WriteFields(report, handle, kLocalHandle);
     WriteLocks(report, handle);
     WriteWalk(report, handle);
-    WriteCounts(report, handle.Counters, {kHandleCalls});
+    WriteCounts(report, handle.Counters.Values(), {kHandleCalls});
 }
 
 }  // namespace qx

@@ -1,3 +1,4 @@
+#include "remote/remote_call_library.h"
 #include "runtime/library_record.h"
 #include "stats/counter_runs.h"
 #include "stats/name_list.h"
@@ -19,7 +20,7 @@ constexpr ReportField<const LibraryRecord> kSettings[] = {
     {"Full Statistics", [](ReportWriter& report, const LibraryRecord&) { report.Number(1); }},
     {"Select Cache", [](ReportWriter& report, const LibraryRecord&) { report.Number(0); }},
     {"Client Enabled", [](ReportWriter& report, const LibraryRecord&) { report.Number(1); }},
-    {"TBX Active", [](ReportWriter& report, const LibraryRecord&) { report.Number(0); }},
+    {"TBX Active", [](ReportWriter& report, const LibraryRecord&) { report.Number(theRemoteCalls.IsActive()); }},
     {"Fill Character",
      [](ReportWriter& report, const LibraryRecord& library) { report.Number(library.FillCharacter); }},
     {"Group Lock Timeout",
@@ -31,10 +32,14 @@ constexpr ReportField<const LibraryRecord> kSettings[] = {
 
 void WriteProcessReport(ReportWriter& report) {
     WriteFields<const LibraryRecord>(report, theLibrary, kSettings);
-    WriteCounts(report, theProcessCounters,
+    const CounterValues counts = theProcessCounters.Values();
+    WriteCounts(report, counts,
                 {kLiveSystemFiles, kLibraryCalls, kSessionCalls, kNameCalls, kHandleCalls, kLiveSessions, kLiveVolumes,
                  kLiveFiles, kLiveSessionFiles, kWork});
-    WriteErrors(report, theProcessCounters, {kRefusals, kFileErrors, kMemoryErrors, kGroupLockErrors});
+    WriteErrors(report, counts, {kRefusals, kFileErrors, kMemoryErrors, kGroupLockErrors});
+    if (theRemoteCalls.IsActive()) {
+        report.AppendRemoteCalls();
+    }
 }
 
 }  // namespace qx

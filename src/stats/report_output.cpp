@@ -20,6 +20,19 @@ void ReportOutput::Append(std::string_view entry, uint8_t mark) {
     used_ += static_cast<uint32_t>(entry.size()) + 1;
 }
 
+AppendedOutput ReportOutput::HandOver() const {
+    return {AppendTransfer(session_.Buffers.Callback(), buffer_, room_, used_)};
+}
+
+void ReportOutput::TakeBack(const AppendedOutput& appended) {
+    const uintptr_t length = appended.Descriptor.Words[4];
+    if (length > UINT32_MAX || appended.Appended > length - used_) {
+        Raise(Code::RemoteStatisticsFailed);
+    }
+    room_ = {reinterpret_cast<uint8_t*>(appended.Descriptor.Words[5]), length};
+    used_ += static_cast<uint32_t>(appended.Appended);
+}
+
 void ReportOutput::Finish() {
     session_.Buffers.Allocate(buffer_, used_);
 }

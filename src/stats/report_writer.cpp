@@ -2,6 +2,8 @@
 
 #include <charconv>
 
+#include "runtime/status.h"
+
 namespace qx {
 
 void ReportWriter::Number(uint32_t value) {
@@ -18,6 +20,16 @@ void ReportWriter::NumberOrEmpty(uint32_t value) {
     } else {
         Number(value);
     }
+}
+
+void ReportWriter::AppendRemoteCalls() {
+    AppendedOutput names = names_.HandOver();
+    AppendedOutput values = values_.HandOver();
+    if (const RemoteError error = theRemoteCalls.GetLocalStatistics(names, values)) {
+        Raise(Code::RemoteStatisticsFailed, 0, *error);
+    }
+    names_.TakeBack(names);
+    values_.TakeBack(values);
 }
 
 void ReportWriter::Number64(uint64_t value) {

@@ -60,6 +60,9 @@ class ReportWriter {
 
     void End() { values_.Append("", mark_); }
 
+    // Lets the remote-call library append entries of its own. Raises 1107.
+    void AppendRemoteCalls();
+
     void Finish() {
         names_.Finish();
         values_.Finish();

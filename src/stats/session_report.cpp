@@ -1,4 +1,4 @@
-#include "runtime/session_record.h"
+#include "remote/remote_session.h"
 #include "stats/counter_runs.h"
 #include "stats/handle_numbers.h"
 #include "stats/report_field.h"
@@ -8,10 +8,18 @@ namespace qx {
 
 namespace {
 
+void WriteServers(ReportWriter& report, SessionRecord& session) {
+    report.Nested([&] {
+        for (const RemoteSession* remote = session.RemoteSessions; remote != nullptr; remote = remote->NextOfSession) {
+            report.Bytes(remote->Connection.Name);
+        }
+    });
+}
+
 constexpr ReportField<SessionRecord> kSession[] = {
     {"Maximum Record Size",
      [](ReportWriter& report, SessionRecord& session) { report.Number(session.MaximumRecordSize); }},
-    {"Servers", [](ReportWriter& report, SessionRecord&) { report.Nested([] {}); }},
+    {"Servers", WriteServers},
     {"Session Files",
      [](ReportWriter& report, SessionRecord& session) {
          WriteHandleNumbers<&FileHandle::SessionLinks>(report, session.Files);
@@ -28,8 +36,9 @@ void WriteLocks(ReportWriter& report, SessionRecord&) {
 void WriteSessionReport(ReportWriter& report, SessionRecord& session) {
     WriteFields(report, session, kSession);
     WriteLocks(report, session);
-    WriteCounts(report, session.Counters, {kSessionCalls, kNameCalls, kHandleCalls, kLiveSessionFiles});
-    WriteErrors(report, session.Counters, {kRefusals});
+    const CounterValues counts = session.Counters.Values();
+    WriteCounts(report, counts, {kSessionCalls, kNameCalls, kHandleCalls, kLiveSessionFiles});
+    WriteErrors(report, counts, {kRefusals});
 }
 
 }  // namespace qx

@@ -61,8 +61,9 @@ void WriteVolumeReport(ReportWriter& report, VolumeRecord& volume) {
     WriteFields(report, volume, kSettings);
     WriteByteLocks(report, volume);
     WriteFields(report, volume, kLockFile);
-    WriteCounts(report, volume.Counters, {kNameCalls, kHandleCalls, kLiveFiles, kLiveSessionFiles, kWork});
-    WriteErrors(report, volume.Counters, {kFileErrors, kGroupLockErrors});
+    const CounterValues counts = volume.Counters.Values();
+    WriteCounts(report, counts, {kNameCalls, kHandleCalls, kLiveFiles, kLiveSessionFiles, kWork});
+    WriteErrors(report, counts, {kFileErrors, kGroupLockErrors});
 }
 
 }  // namespace qx

@@ -29,10 +29,7 @@ void OpenPrimary(OpenFile& file) {
 }
 
 [[noreturn]] void FailToLoad(OpenFile& file) {
-    CounterLevels levels;
-    levels.Volume = &file.Volume.Counters;
-    levels.File = &file.Counters;
-    levels.CountWork(Counter::ReadErrors);
+    file.Counters.Increment(Counter::ReadErrors);
     Raise(Code::ReadFailed, Number(WhichFile::Primary));
 }
 

@@ -88,6 +88,8 @@ uint32_t OpenLocalHandle(ResolvedFile& resolved, uint32_t sessionHandle, const O
     record->Session = sessionHandle;
     record->Use = resolved.Use;
     record->File = &file;
+    record->Counters.PutBelow(resolved.Session.Counters);
+    record->Counters.PutBelow(file.Counters);
     record->ReadOnly = readOnly;
     ApplyOptions(options, *record);
     resolved.Session.Files.Append<&FileHandle::SessionLinks>(table, handle);

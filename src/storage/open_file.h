@@ -27,7 +27,9 @@ struct FilePart {
 };
 
 struct OpenFile {
-    OpenFile(std::string_view name, VolumeRecord& volume) : Name(name), Volume(volume), NameHash(HashFileName(name)) {}
+    OpenFile(std::string_view name, VolumeRecord& volume) : Name(name), Volume(volume), NameHash(HashFileName(name)) {
+        Counters.PutBelow(volume.Counters);
+    }
 
     FilePart& Part(WhichFile file) { return file == WhichFile::Primary ? PrimaryPart : OverflowPart; }
     std::string PathOf(WhichFile file) const;

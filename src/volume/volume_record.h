@@ -28,7 +28,7 @@ using NameTree =
 
 // One for each volume that the process has used; kept until the library stops.
 struct VolumeRecord {
-    explicit VolumeRecord(std::string_view name) : Name(name) {}
+    explicit VolumeRecord(std::string_view name) : Name(name) { Counters.PutBelow(theProcessCounters); }
 
     const std::string Name;  // the directory's canonical path, with a separator at its end
     VolumeSettings Settings;

@@ -34,7 +34,8 @@ class FreeListTest : public FileTest {
     template <class Work>
     void Change(Work&& work) {
         const qx::PrimaryAttachment attachment(Record(file_));
-        qx::OperationContext context(Record(file_), levels_);
+        const qx::CounterLevels levels{.File = &Record(file_).Counters};
+        qx::OperationContext context(Record(file_), levels);
         work(context);
         context.List.Commit();
     }
@@ -102,7 +103,6 @@ class FreeListTest : public FileTest {
     uint32_t frameSize_ = 0;
     uint32_t highWater_ = 1;
     std::set<uint32_t> free_;
-    const qx::CounterLevels levels_;
 };
 
 TEST_F(FreeListTest, ChoosesTheClosestFrame) {
