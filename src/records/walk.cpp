@@ -67,12 +67,22 @@ void TakeWalkHold(FileCall& call) {
     }
 }
 
-// Moves the position to the next group; false when there is none. A walk begins with a select hold.
-bool Advance(FileCall& call, WalkDirection direction) {
+// The last group of the file, whose number of groups is held still. Another process may have changed it before.
+uint32_t LastGroup(OperationContext& context) {
+    if (context.File.Volume.Locks.Supported) {
+        ReadHeader(context, HeaderAccess::Shared);
+        context.HeaderLock.Release();
+    }
+    return context.File.Modulo - 1;
+}
+
+// Moves the position to the next group; false when there is none. A walk begins with a select hold; a forward one
+// learns how many groups there are when it reads group 0.
+bool Advance(FileCall& call, OperationContext& context, WalkDirection direction) {
     FileHandle& handle = *call.Handle;
     if (!WalkIsUnderWay(call)) {
         TakeWalkHold(call);
-        handle.PositionStart = direction == WalkDirection::Forward ? 0 : call.File->Modulo - 1;
+        handle.PositionStart = direction == WalkDirection::Forward ? 0 : LastGroup(context);
     } else if (direction == WalkDirection::Forward) {
         if (handle.PositionEnd >= call.File->Modulo - 1) {
             return false;
@@ -132,10 +142,10 @@ bool Step(FileCall& call, uint32_t keyList, WalkDirection direction) {
     if (call.Handle->PositionObjectInUse) {
         LoadPosition(call);
     }
-    if (!Advance(call, direction)) {
+    OperationContext context(*call.File, call.Levels);
+    if (!Advance(call, context, direction)) {
         return false;
     }
-    OperationContext context(*call.File, call.Levels);
     KeyList list(call, keyList);
     if (!GatherGroups(call, context, direction, list)) {
         return false;
