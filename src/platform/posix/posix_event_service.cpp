@@ -1,8 +1,11 @@
 #include "platform/posix/posix_event_service.h"
 
+#include <atomic>
 #include <condition_variable>
 #include <mutex>
 #include <new>
+
+#include "platform/spin_pause.h"
 
 namespace qx {
 
@@ -10,7 +13,7 @@ class OsEvent {
   public:
     std::mutex Mutex;
     std::condition_variable Changed;
-    bool Signalled = false;
+    std::atomic<bool> Signalled{false};  // changed under the mutex
 };
 
 OsEvent* PosixEventService::Create() {
@@ -34,9 +37,15 @@ bool PosixEventService::Reset(OsEvent* event) {
     return true;
 }
 
+// Most waits are for a thread that is in the middle of a few system calls or less: going to sleep and being woken would
+// take longer than watching until it is done.
 void PosixEventService::Wait(OsEvent* event) {
+    constexpr int kLooks = 256;
+    for (int look = 0; look < kLooks && !event->Signalled.load(std::memory_order_relaxed); ++look) {
+        SpinPause();
+    }
     std::unique_lock guard(event->Mutex);
-    event->Changed.wait(guard, [event] { return event->Signalled; });
+    event->Changed.wait(guard, [event] { return event->Signalled.load(std::memory_order_relaxed); });
 }
 
 }  // namespace qx
