@@ -75,7 +75,32 @@ void RemoveFromIdle(FilePart& part) {
     }
 }
 
+// What does not change whether the file is in use needs no mutex: calls of several threads would queue up for it. True
+// when there was another call for this one to join, or to leave behind.
+bool JoinOthers(FilePart& part) {
+    uint32_t users = part.InUse;
+    while (users > 0) {
+        if (part.InUse.compare_exchange_weak(users, users + 1)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool LeaveOthers(FilePart& part) {
+    uint32_t users = part.InUse;
+    while (users > 1) {
+        if (part.InUse.compare_exchange_weak(users, users - 1)) {
+            return true;
+        }
+    }
+    return false;
+}
+
 void Detach(FilePart& part) {
+    if (LeaveOthers(part)) {
+        return;
+    }
     const OptionalClaimHold hold = OptionalClaimHold::Claim(part.Cached.Mutex);
     if (hold) {
         --part.InUse;
@@ -119,6 +144,12 @@ std::string OpenFile::PathOf(WhichFile file) const {
 
 PrimaryAttachment::PrimaryAttachment(OpenFile& file) : file_(file) {
     FilePart& part = file.PrimaryPart;
+    if (JoinOthers(part)) {
+        if (file.HeaderIsLoaded()) {
+            return;
+        }
+        Detach(part);  // only a flush was there
+    }
     ClaimHold hold(part.Cached.Mutex);
     if (!part.Cached.IsOpen()) {
         OpenPrimary(file);
@@ -150,6 +181,10 @@ void OverflowAttachment::Attach(Missing missing) {
         return;
     }
     FilePart& part = file_.OverflowPart;
+    if (JoinOthers(part)) {
+        attached_ = true;
+        return;
+    }
     const ClaimHold hold(part.Cached.Mutex);
     if (part.Cached.IsOpen()) {
         RemoveFromIdle(part);
