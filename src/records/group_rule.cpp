@@ -34,14 +34,16 @@ uint32_t GroupOf(uint32_t hash, const ModuloSplit& split) {
     if (split.Remainder == ModuloSplit::kSingleGroup) {
         return 0;
     }
+    // Half of the digits are 2 or 3, in no order that a processor could foresee: choosing without a branch makes this
+    // several times as fast.
     DigitGenerator digits(hash);
     uint32_t group = hash & 1;
     for (uint32_t level = 0; level < split.Level; ++level) {
         const uint32_t digit = digits.Next();
-        if (digit >= 2) {
-            const uint32_t bit = uint32_t{1} << level;
-            group = digit * bit + (group & (bit - 1));
-        }
+        const uint32_t lowBits = (uint32_t{1} << level) - 1;
+        const uint32_t moved = (digit << level) + (group & lowBits);
+        const uint32_t takesMoved = 0 - (digit >> 1);
+        group = (moved & takesMoved) | (group & ~takesMoved);
     }
     const uint32_t top = uint32_t{1} << split.Level;
     const uint32_t low = group & (top - 1);
