@@ -39,8 +39,8 @@ class HandleEntry {
   public:
     HandleEntry(HandleTable& table, uint32_t handle) : table_(table), handle_(handle) {}
     ~HandleEntry() {
-        if (inside_) {
-            table_.Leave(handle_);
+        if (payload_ != nullptr) {
+            HandleTable::Leave(payload_);
         }
     }
     HandleEntry(const HandleEntry&) = delete;
@@ -49,21 +49,20 @@ class HandleEntry {
     template <class Payload>
     Payload* Enter() {
         auto* payload = table_.Enter<Payload>(handle_);
-        inside_ = true;
+        payload_ = payload;
         return payload;
     }
 
     // Withdraws the handle from use. Raises 1102 when another call is inside; this call is outside then, too.
     void BeginClose() {
-        inside_ = false;
-        table_.Leave(handle_);
+        HandleTable::Leave(std::exchange(payload_, nullptr));
         table_.BeginClose(handle_);
     }
 
   private:
     HandleTable& table_;
     const uint32_t handle_;
-    bool inside_ = false;
+    void* payload_ = nullptr;  // while the call is inside
 };
 
 // A call on a session.

@@ -9,9 +9,9 @@
 namespace qx {
 
 bool ClaimMutex::Claim(Node& node) {
-    claims_.fetch_add(1, std::memory_order_relaxed);
     node.Next = nullptr;
     lock_.Acquire();
+    Count(claims_);
     if (head_ == nullptr) {
         head_ = &node;
         tail_ = &node;
@@ -27,7 +27,7 @@ bool ClaimMutex::Claim(Node& node) {
     node.Event = *event;
     tail_->Next = &node;
     tail_ = &node;
-    suspends_.fetch_add(1, std::memory_order_relaxed);
+    Count(suspends_);
     lock_.Release();
     theWaitEvents.Wait(*event);
     // The releasing thread may still be inside its critical section, and the mutex may be gone once this owner is done.
@@ -38,24 +38,22 @@ bool ClaimMutex::Claim(Node& node) {
 
 bool ClaimMutex::TryClaim(Node& node) {
     node.Next = nullptr;
-    {
-        const SpinHold hold(lock_);
-        if (head_ != nullptr) {
-            return false;
-        }
-        head_ = &node;
-        tail_ = &node;
+    const SpinHold hold(lock_);
+    if (head_ != nullptr) {
+        return false;
     }
-    claims_.fetch_add(1, std::memory_order_relaxed);
+    head_ = &node;
+    tail_ = &node;
+    Count(claims_);
     return true;
 }
 
 void ClaimMutex::Release(Node& node) {
     const SpinHold hold(lock_);
-    releases_.fetch_add(1, std::memory_order_relaxed);
+    Count(releases_);
     head_ = node.Next;
     if (head_ != nullptr) {
-        resumes_.fetch_add(1, std::memory_order_relaxed);
+        Count(resumes_);
         theWaitEvents.Signal(head_->Event);
     } else {
         tail_ = nullptr;

@@ -31,6 +31,11 @@ class ClaimMutex {
     uint32_t Resumes() const { return resumes_.load(std::memory_order_relaxed); }
 
   private:
+    // Under the lock, so that counting takes no locked instruction.
+    static void Count(std::atomic<uint32_t>& counter) {
+        counter.store(counter.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+    }
+
     SpinLock lock_;
     Node* head_ = nullptr;  // the owner
     Node* tail_ = nullptr;

@@ -38,14 +38,15 @@ class HandleTable {
         FreeSlot(handle);
     }
 
-    // The payload of an open handle, which cannot be closed until Leave. Raises 1100; detail 2 is 1 for a number beyond
-    // the table.
+    // The payload of an open handle, which cannot be closed until the payload is left. Raises 1100; detail 2 is 1 for a
+    // number beyond the table.
     template <class T>
     T* Enter(uint32_t handle) {
         return static_cast<T*>(EnterPayload(handle));
     }
 
-    void Leave(uint32_t handle) { GateOf(handle).Leave(); }
+    // By the call that has entered; the record stays where it is.
+    static void Leave(void* payload) { (static_cast<Record*>(payload) - 1)->Gate.Leave(); }
 
     // The payload of a handle that is known to be open or being opened or closed, for its owner.
     template <class T>

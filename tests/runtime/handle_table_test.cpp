@@ -40,8 +40,9 @@ class HandleTable : public ProcessSetUp {
 
     Status Entering(uint32_t handle) {
         return Raised([&] {
-            EXPECT_EQ(Table.Enter<Payload>(handle)->Number, handle);
-            Table.Leave(handle);
+            Payload* payload = Table.Enter<Payload>(handle);
+            EXPECT_EQ(payload->Number, handle);
+            qx::HandleTable::Leave(payload);
         });
     }
 
@@ -89,7 +90,7 @@ TEST_F(HandleTable, AHandleIsUsableFromTheEndOfOpeningToTheStartOfClosing) {
     EXPECT_EQ(payload, Table.PayloadOf<Payload>(handle));
     EXPECT_EQ(Raised([&] { Table.BeginClose(handle); }), (Status{1102, 0, 0}));
     EXPECT_EQ(Entering(handle), kNothing);
-    Table.Leave(handle);
+    qx::HandleTable::Leave(payload);
     Table.BeginClose(handle);
     EXPECT_EQ(Entering(handle), kNotOpen);
     Table.Free<Payload>(handle);
