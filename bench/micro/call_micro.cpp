@@ -16,7 +16,7 @@ void EnterAndLeave(benchmark::State& state) {
     RecordFile file(kFrameSize);
     for (auto _ : state) {
         const FileEntry entry(file.Face().Handle());
-        benchmark::DoNotOptimize(entry.Call.File);
+        benchmark::DoNotOptimize(&entry.Handle);
     }
 }
 BENCHMARK(EnterAndLeave);

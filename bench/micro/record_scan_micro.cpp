@@ -19,9 +19,10 @@ void ScanFullFrame(benchmark::State& state) {
     for (uint32_t record = 0; record < records; ++record) {
         file.Face().Write(std::to_string(100'000'000'000'000 + record), std::string(100, '.'));
     }
-    const FileEntry entry(file.Face().Handle());
-    const PrimaryAttachment attachment(*entry.Call.File);
-    OperationContext context(*entry.Call.File, entry.Call.Levels);
+    FileEntry entry(file.Face().Handle());
+    FileCall call(entry.Session, file.Face().Handle(), entry.Handle);
+    const PrimaryAttachment attachment(*call.File);
+    OperationContext context(*call.File, call.Levels);
     InputCursor& input = context.Input;
     input.ReadPrimaryFrame(ShortRead::Fail);
     const FramePlace start = input.Place;
