@@ -2,27 +2,9 @@
 
 #include <algorithm>
 #include <cstring>
-#include <dlfcn.h>
-#include <stdexcept>
 #include <utility>
 
-#include "remote/remote_call_library.h"
-
 namespace qx_test {
-
-RemoteCallsInPlace::RemoteCallsInPlace(RemoteCalls& calls)
-    : module_(::dlopen(qx::kRemoteCallLibraryName, RTLD_NOW | RTLD_LOCAL)) {
-    if (module_ == nullptr) {
-        throw std::runtime_error(::dlerror());
-    }
-    set_ = reinterpret_cast<SetRemoteCallsFunction>(::dlsym(module_, "SetRemoteCalls"));
-    set_(&calls);
-}
-
-RemoteCallsInPlace::~RemoteCallsInPlace() {
-    set_(nullptr);
-    ::dlclose(module_);
-}
 
 std::string Hex(std::string_view bytes) {
     static constexpr char kDigits[] = "0123456789ABCDEF";
@@ -124,12 +106,13 @@ int32_t ScriptedServer::Call(void*, std::string_view request, uint32_t* replyLen
     }
     Log.push_back(line);
     const Answer answer = Answers[static_cast<uint8_t>(request[0])];
-    if (answer.Error) {
-        *error = *answer.Error;
-        return 0;
+    std::optional<uint32_t> failed = answer.Error;
+    if (!failed && OnCall) {
+        failed = OnCall(given);
     }
-    if (OnCall) {
-        OnCall(given);
+    if (failed) {
+        *error = *failed;
+        return 0;
     }
     std::memcpy(reply, answer.Reply.data(), std::min<size_t>(answer.Reply.size(), *replyLength));
     *replyLength = answer.ClaimedLength.value_or(static_cast<uint32_t>(answer.Reply.size()));

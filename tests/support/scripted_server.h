@@ -10,23 +10,9 @@
 #include <string_view>
 #include <vector>
 
-#include "support/tbx4/tbx4.h"
+#include "support/remote_calls_in_place.h"
 
 namespace qx_test {
-
-// Puts an object in the place of the remote-call library for as long as this lives, which is around the time in which
-// the library is started.
-class RemoteCallsInPlace {
-  public:
-    explicit RemoteCallsInPlace(RemoteCalls& calls);
-    ~RemoteCallsInPlace();
-    RemoteCallsInPlace(const RemoteCallsInPlace&) = delete;
-    RemoteCallsInPlace& operator=(const RemoteCallsInPlace&) = delete;
-
-  private:
-    void* module_;
-    SetRemoteCallsFunction set_;
-};
 
 class ScriptedServer final : public RemoteCalls {
   public:
@@ -48,8 +34,8 @@ class ScriptedServer final : public RemoteCalls {
     std::map<std::string, uint32_t> Failing;  // functions that fail, such as "Create", and with which error
     std::map<uint8_t, Answer> Answers;        // to opcodes; others are answered by success without results
 
-    // Run in every call that is answered with success, for data that travels.
-    std::function<void(std::span<qx::TransferDescriptor* const>)> OnCall;
+    // Run in every call that is not answered with an error, for data that travels; may return an error in its turn.
+    std::function<std::optional<uint32_t>(std::span<qx::TransferDescriptor* const>)> OnCall;
 
     // Replies that grant what the engine cannot go on without.
     ScriptedServer();
