@@ -1,13 +1,14 @@
-#include "support/request_answers.h"
+#include "support/remote/request_answers.h"
 
 #include <algorithm>
 #include <array>
-#include <map>
+#include <mutex>
 #include <qx.h>
-#include <span>
+#include <set>
 
 #include "remote/message_codec.h"
 #include "remote/messages.h"
+#include "support/remote/local_functions.h"
 
 namespace qx_test {
 
@@ -15,11 +16,32 @@ namespace {
 
 using qx::Opcode;
 
-// Buffer objects: one for each descriptor of the request at hand, and the positions of open files.
-constexpr uint32_t kFirstPosition = 16;
-std::map<uint32_t, std::string> theObjects;
-uint32_t theNextPosition = kFirstPosition;
-std::map<uint32_t, uint32_t> thePositionOf;  // of a file handle
+// Buffer objects: one for each descriptor of the request at hand, and the position of the walk that it is for.
+constexpr uint32_t kPosition = 3;
+thread_local std::string theObjects[kPosition + 1];
+
+// File handles whose walk has its position with the client.
+class Positions {
+  public:
+    void Set(uint32_t file, bool inUse) {
+        const std::lock_guard lock(mutex_);
+        if (inUse) {
+            files_.insert(file);
+        } else {
+            files_.erase(file);
+        }
+    }
+
+    bool InUse(uint32_t file) {
+        const std::lock_guard lock(mutex_);
+        return files_.contains(file);
+    }
+
+  private:
+    std::mutex mutex_;
+    std::set<uint32_t> files_;
+};
+Positions thePositions;
 
 int32_t Objects(uint32_t operation, uint32_t buffer, uint32_t length, uint32_t* outLength, void** outAddress,
                 StatusRecord*) {
@@ -78,16 +100,14 @@ class Exchange {
     // And for those on the walk: object 0 is the position, which goes both ways whatever becomes of the walk.
     template <Opcode opcode, class Work>
     Parcel ServeWalk(std::initializer_list<uint32_t> filled, Work&& work) {
-        uint32_t position = 0;
+        theObjects[kPosition] = theObjects[0];
+        bool positioned = false;
         Parcel reply = ServeFile<opcode>(filled, [&](uint32_t file, StatusRecord* status) {
-            if (const auto known = thePositionOf.find(file); known != thePositionOf.end()) {
-                position = known->second;
-                theObjects[position] = theObjects[0];
-            }
+            positioned = thePositions.InUse(file);
             return work(file, status);
         });
-        if (position != 0) {
-            reply[1] = theObjects[position];
+        if (positioned) {
+            reply[1] = theObjects[kPosition];
         }
         return reply;
     }
@@ -114,14 +134,14 @@ int32_t OpenSession(const qx::OpenSessionRequest& request, qx::NumberResults& re
     options.MaximumIdentifierSessions = request.MaximumIdentifierSessions;
     options.IdentifierLength = request.IdentifierLength;
     std::copy(request.Identifier.begin(), request.Identifier.end(), options.Identifier);
-    return QXOpenSession(Objects, &options, &results.Number, status);
+    return local::OpenSession(Objects, &options, &results.Number, status);
 }
 
 int32_t CreateFile(const qx::CreateFileRequest& request, StatusRecord* status) {
     MakeName(0);
     const CreateOptions options{sizeof options,    request.Modulo,   request.FrameSize,
                                 request.Threshold, request.SizeLock, request.Version};
-    return QXCreateFile(request.Session, 0, &options, status);
+    return local::CreateFile(request.Session, 0, &options, status);
 }
 
 int32_t OpenFile(const qx::OpenFileRequest& request, qx::NumberResults& results, StatusRecord* status) {
@@ -133,23 +153,23 @@ int32_t OpenFile(const qx::OpenFileRequest& request, qx::NumberResults& results,
                               request.SelectMinimumSize,
                               request.TrimLastDelimiter,
                               request.PositionObjectInUse,
-                              theNextPosition};
-    const int32_t result = QXOpenFile(request.Session, 1, &options, &results.Number, status);
-    if (result != 0 && request.PositionObjectInUse != 0 && !thePositionOf.contains(results.Number)) {
-        thePositionOf[results.Number] = theNextPosition++;
+                              kPosition};
+    const int32_t result = local::OpenFile(request.Session, 1, &options, &results.Number, status);
+    if (result != 0 && request.ReuseHandle == 0) {
+        thePositions.Set(results.Number, request.PositionObjectInUse != 0);
     }
     return result;
 }
 
 int32_t CloseFile(uint32_t file, StatusRecord* status) {
-    thePositionOf.erase(file);
-    return QXCloseFile(file, status);
+    thePositions.Set(file, false);
+    return local::CloseFile(file, status);
 }
 
 int32_t GetFileHeader(uint32_t file, qx::GetFileHeaderResults& results, StatusRecord* status) {
     FileHeaderRecord header{};
     header.Size = sizeof header;
-    const int32_t result = QXGetFileHeader(file, &header, status);
+    const int32_t result = local::GetFileHeader(file, &header, status);
     results = {static_cast<uint16_t>(header.Version),
                static_cast<uint16_t>(header.FrameSize),
                static_cast<uint8_t>(header.Threshold),
@@ -163,18 +183,7 @@ int32_t GetFileHeader(uint32_t file, qx::GetFileHeaderResults& results, StatusRe
 
 }  // namespace
 
-RequestAnswers::RequestAnswers() {
-    ApiVersionRecord version{sizeof version, 1, 1, 0};
-    StatusRecord status{};
-    QXInitialize(&version, &status);
-}
-
-RequestAnswers::~RequestAnswers() {
-    StatusRecord status{};
-    QXTerminate(&status);
-}
-
-Parcel RequestAnswers::Answer(const Parcel& request) {
+Parcel AnswerRequest(const Parcel& request) {
     Exchange exchange(request);
     const auto onKey = [](auto function) {
         return [function](uint32_t file, StatusRecord* status) { return function(file, 0, status); };
@@ -191,24 +200,24 @@ Parcel RequestAnswers::Answer(const Parcel& request) {
         case Opcode::OpenSession:
             return exchange.Serve<qx::OpenSessionRequest>({}, OpenSession);
         case Opcode::CloseSession:
-            return exchange.ServeSession<Opcode::CloseSession>(QXCloseSession);
+            return exchange.ServeSession<Opcode::CloseSession>(local::CloseSession);
         case Opcode::GetStatistics:
             MakeName(2);
             return exchange.Serve<qx::GetStatisticsRequest>(
                 {0, 1}, [](const auto& asked, const auto&, StatusRecord* status) {
-                    return QXGetStatistics(asked.Session, asked.Kind, 2, asked.Subject, 0, 0, 1, status);
+                    return local::GetStatistics(asked.Session, asked.Kind, 2, asked.Subject, 0, 0, 1, status);
                 });
         case Opcode::UnlockAll:
-            return exchange.ServeSession<Opcode::UnlockAll>(QXUnlockAll);
+            return exchange.ServeSession<Opcode::UnlockAll>(local::UnlockAll);
         case Opcode::Flush:
-            return exchange.ServeSession<Opcode::Flush>(QXFlush);
+            return exchange.ServeSession<Opcode::Flush>(local::Flush);
         case Opcode::CreateFile:
             return exchange.Serve<qx::CreateFileRequest>(
                 {}, [](const auto& asked, const auto&, StatusRecord* status) { return CreateFile(asked, status); });
         case Opcode::DeleteFile:
             MakeName(0);
             return exchange.ServeSession<Opcode::DeleteFile>(
-                [](uint32_t session, StatusRecord* status) { return QXDeleteFile(session, 0, status); });
+                [](uint32_t session, StatusRecord* status) { return local::DeleteFile(session, 0, status); });
         case Opcode::OpenFile:
             return exchange.Serve<qx::OpenFileRequest>({}, OpenFile);
         case Opcode::CloseFile:
@@ -219,52 +228,53 @@ Parcel RequestAnswers::Answer(const Parcel& request) {
                     return GetFileHeader(asked.File, results, status);
                 });
         case Opcode::ReadRecord:
-            return exchange.ServeFile<Opcode::ReadRecord>({0}, onKeyAndRecord(QXReadRecord, 1, 0));
+            return exchange.ServeFile<Opcode::ReadRecord>({0}, onKeyAndRecord(local::ReadRecord, 1, 0));
         case Opcode::ReadOnlyRecord:
-            return exchange.ServeFile<Opcode::ReadOnlyRecord>({0}, onKeyAndRecord(QXReadOnlyRecord, 1, 0));
+            return exchange.ServeFile<Opcode::ReadOnlyRecord>({0}, onKeyAndRecord(local::ReadOnlyRecord, 1, 0));
         case Opcode::WriteRecord:
-            return exchange.ServeFile<Opcode::WriteRecord>({}, onKeyAndRecord(QXWriteRecord, 0, 1));
+            return exchange.ServeFile<Opcode::WriteRecord>({}, onKeyAndRecord(local::WriteRecord, 0, 1));
         case Opcode::DeleteRecord:
-            return exchange.ServeFile<Opcode::DeleteRecord>({}, onKey(QXDeleteRecord));
+            return exchange.ServeFile<Opcode::DeleteRecord>({}, onKey(local::DeleteRecord));
         case Opcode::ClearFile:
-            return exchange.ServeFile<Opcode::ClearFile>({}, QXClearFile);
+            return exchange.ServeFile<Opcode::ClearFile>({}, local::ClearFile);
         case Opcode::ExclusiveLockFile:
-            return exchange.ServeFile<Opcode::ExclusiveLockFile>({}, QXExclusiveLockFile);
+            return exchange.ServeFile<Opcode::ExclusiveLockFile>({}, local::ExclusiveLockFile);
         case Opcode::SharedLockFile:
-            return exchange.ServeFile<Opcode::SharedLockFile>({}, QXSharedLockFile);
+            return exchange.ServeFile<Opcode::SharedLockFile>({}, local::SharedLockFile);
         case Opcode::UnlockFile:
-            return exchange.ServeFile<Opcode::UnlockFile>({}, QXUnlockFile);
+            return exchange.ServeFile<Opcode::UnlockFile>({}, local::UnlockFile);
         case Opcode::ExclusiveLockRecord:
-            return exchange.ServeFile<Opcode::ExclusiveLockRecord>({}, onKey(QXExclusiveLockRecord));
+            return exchange.ServeFile<Opcode::ExclusiveLockRecord>({}, onKey(local::ExclusiveLockRecord));
         case Opcode::SharedLockRecord:
-            return exchange.ServeFile<Opcode::SharedLockRecord>({}, onKey(QXSharedLockRecord));
+            return exchange.ServeFile<Opcode::SharedLockRecord>({}, onKey(local::SharedLockRecord));
         case Opcode::UnlockRecord:
-            return exchange.ServeFile<Opcode::UnlockRecord>({}, onKey(QXUnlockRecord));
+            return exchange.ServeFile<Opcode::UnlockRecord>({}, onKey(local::UnlockRecord));
         case Opcode::ReadNextKeyIdGroup:
             return exchange.ServeWalk<Opcode::ReadNextKeyIdGroup>(
-                {1}, [](uint32_t file, StatusRecord* status) { return QXReadNextKeyIdGroup(file, 1, status); });
+                {1}, [](uint32_t file, StatusRecord* status) { return local::ReadNextKeyIdGroup(file, 1, status); });
         case Opcode::ReadPreviousKeyIdGroup:
-            return exchange.ServeWalk<Opcode::ReadPreviousKeyIdGroup>(
-                {1}, [](uint32_t file, StatusRecord* status) { return QXReadPreviousKeyIdGroup(file, 1, status); });
+            return exchange.ServeWalk<Opcode::ReadPreviousKeyIdGroup>({1}, [](uint32_t file, StatusRecord* status) {
+                return local::ReadPreviousKeyIdGroup(file, 1, status);
+            });
         case Opcode::ClearSelect:
-            return exchange.ServeWalk<Opcode::ClearSelect>({}, QXClearSelect);
+            return exchange.ServeWalk<Opcode::ClearSelect>({}, local::ClearSelect);
         case Opcode::GetGroupNumber:
             return exchange.Serve<qx::FileRequest<Opcode::GetGroupNumber>>(
                 {}, [](const auto& asked, auto& results, StatusRecord* status) {
-                    return QXGetGroupNumber(asked.File, 0, &results.Number, status);
+                    return local::GetGroupNumber(asked.File, 0, &results.Number, status);
                 });
         case Opcode::LockGroup:
             return exchange.Serve<qx::LockGroupRequest>({}, [](const auto& asked, const auto&, StatusRecord* status) {
-                return QXLockGroup(asked.File, asked.Group, asked.Exclusive, status);
+                return local::LockGroup(asked.File, asked.Group, asked.Exclusive, status);
             });
         case Opcode::UnlockGroup:
             return exchange.Serve<qx::UnlockGroupRequest>({}, [](const auto& asked, const auto&, StatusRecord* status) {
-                return QXUnlockGroup(asked.File, asked.Group, status);
+                return local::UnlockGroup(asked.File, asked.Group, status);
             });
         case Opcode::VerifyGroup:
             return exchange.Serve<qx::VerifyGroupRequest>(
                 {0, 1}, [](const auto& asked, const auto&, StatusRecord* status) {
-                    return QXVerifyGroup(asked.File, asked.Mode, asked.Group, 0, 1, status);
+                    return local::VerifyGroup(asked.File, asked.Mode, asked.Group, 0, 1, status);
                 });
     }
     return Parcel(request.size());
