@@ -4,6 +4,8 @@
 #include <cstring>
 #include <set>
 
+#include "support/files_are_remote.h"
+
 namespace qx_test {
 
 namespace {
@@ -12,6 +14,14 @@ constexpr size_t kLongestKey = 300;
 
 // Bytes that mean something in a group or in a key list.
 constexpr char kMeaningful[] = {'\x80', '\xFF', '\xFE', '\x00'};
+
+// In the key lists of a server nothing tells a delimiter from a key's own byte.
+std::string AsKey(std::string bytes) {
+    if (filesAreRemote) {
+        std::replace(bytes.begin(), bytes.end(), '\xFE', '\xFD');
+    }
+    return bytes;
+}
 
 }  // namespace
 
@@ -35,14 +45,14 @@ std::string DataSource::Bytes(size_t length) {
 void DataSource::AddKeys(size_t count) {
     std::set<std::string> keys = {""};
     for (const char byte : kMeaningful) {
-        keys.emplace(1, byte);
+        keys.insert(AsKey(std::string(1, byte)));
     }
     while (keys.size() < count) {
-        const std::string base = Bytes(OneIn(4) ? Below(kLongestKey - 3) : Below(24));
+        const std::string base = AsKey(Bytes(OneIn(4) ? Below(kLongestKey - 3) : Below(24)));
         for (uint32_t i = 0; i < 8; ++i) {
             keys.insert(base.substr(0, Below(base.size() + 1)));
-            keys.insert(base + Bytes(1 + Below(3)));
-            keys.insert(Bytes(1) + base);
+            keys.insert(base + AsKey(Bytes(1 + Below(3))));
+            keys.insert(AsKey(Bytes(1)) + base);
             keys.insert(std::to_string(Below(count)));
         }
     }
@@ -55,9 +65,9 @@ std::string DataSource::StrangeKey() {
     std::string key = Key();
     if (!key.empty() && OneIn(2)) {
         key[Below(key.size())] ^= static_cast<char>(1 + Below(255));
-        return key;
+        return AsKey(key);
     }
-    return key.substr(0, kLongestKey - 4) + Bytes(4);
+    return key.substr(0, kLongestKey - 4) + AsKey(Bytes(4));
 }
 
 size_t DataSource::Length() {
