@@ -690,6 +690,16 @@ class FileVerification {
     FileMeasures measures_;
 };
 
+/// What a report of Session::Statistics is about.
+enum class StatisticsKind : std::uint32_t { Process = 1, Volume = 2, File = 3, Session = 4, Handle = 5, Servers = 6 };
+
+/// In a list, elements are separated by the byte FD. A table has its title and its columns in the label and its rows in
+/// the value, separated by FD; columns and cells are separated by FC.
+struct StatisticsEntry {
+    std::string Label;
+    std::string Value;
+};
+
 class File;
 
 class Session {
@@ -722,6 +732,30 @@ class Session {
         face_detail::Check(QXFlush(handle_.Get(), &status), status);
     }
 
+    /// What this process has counted, in the order of the report. `path`: a file, or a volume with a separator behind
+    /// it; `handle`: a session's or file's. Throws 100 (the process does not use the volume or file), 1000, 1005, 1006
+    /// (path), 1002, 1028, 1100, 1107.
+    std::vector<StatisticsEntry> Statistics(StatisticsKind kind, std::string_view path = {},
+                                            std::uint32_t handle = 0) const {
+        std::string labels;
+        std::string values;
+        StatusRecord status{};
+        face_detail::CallBuffers buffers;
+        const std::uint32_t pathBuffer = buffers.Input(path);
+        const std::uint32_t labelBuffer = buffers.Output(labels);
+        face_detail::Check(QXGetStatistics(handle_.Get(), static_cast<std::uint32_t>(kind), pathBuffer, handle, 0,
+                                           labelBuffer, buffers.Output(values), &status),
+                           status);
+        std::vector<StatisticsEntry> entries;
+        std::string_view labelsLeft = labels;
+        std::string_view valuesLeft = values;
+        while (!labelsLeft.empty()) {
+            std::string label(TakeEntry(labelsLeft));
+            entries.push_back({std::move(label), std::string(TakeEntry(valuesLeft))});
+        }
+        return entries;
+    }
+
     /// Closes the session's files and the session; does nothing the second time. Throws 1102 (another call is inside
     /// it; it stays open) and the first failure met while closing, after which it is closed.
     void Close() { handle_.Close(); }
@@ -730,6 +764,13 @@ class Session {
     std::uint32_t Handle() const noexcept { return handle_.Get(); }
 
   private:
+    static std::string_view TakeEntry(std::string_view& list) noexcept {
+        const std::size_t end = list.find('\xFE');
+        const std::string_view entry = list.substr(0, end);
+        list.remove_prefix(end == std::string_view::npos ? list.size() : end + 1);
+        return entry;
+    }
+
     static std::uint32_t Open(const SessionOptions& options) {
         std::uint32_t handle = 0;
         StatusRecord status{};

@@ -50,9 +50,25 @@ constexpr ReportField<OpenFile> kSelect[] = {
     {"Select Locks", [](ReportWriter& report, OpenFile& file) { report.Number(file.SelectCount); }},
 };
 
-void WriteLocks(ReportWriter& report, OpenFile&) {
-    report.Table("File Locks", {"Session", "Exclusive"}, [] {});
-    report.Table("Record Locks", {"Session", "Key Id", "Exclusive"}, [] {});
+void WriteLocks(ReportWriter& report, OpenFile& file) {
+    const ClaimHold hold(file.Locks.Mutex);
+    report.Table("File Locks", {"Session", "Exclusive"}, [&] {
+        file.Locks.ForEachFileLock([&](const FileLock& lock) {
+            report.Nested([&] {
+                report.Number(lock.Owner);
+                report.Boolean(lock.Exclusive);
+            });
+        });
+    });
+    report.Table("Record Locks", {"Session", "Key Id", "Exclusive"}, [&] {
+        file.Locks.ForEachRecordLock([&](const RecordLock& lock) {
+            report.Nested([&] {
+                report.Number(lock.Owner);
+                report.Bytes(lock.Key());
+                report.Boolean(lock.Exclusive);
+            });
+        });
+    });
 }
 
 }  // namespace

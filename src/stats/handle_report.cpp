@@ -32,9 +32,23 @@ constexpr ReportField<FileHandle> kWalk[] = {
     {"Position End", [](ReportWriter& report, FileHandle& handle) { report.Number(handle.PositionEnd); }},
 };
 
-void WriteLocks(ReportWriter& report, FileHandle&) {
-    report.List("File Locks Exclusive", [] {});
-    report.Table("Record Locks", {"Key Id", "Exclusive"}, [] {});
+// A handle has one file lock at most.
+void WriteLocks(ReportWriter& report, FileHandle& handle) {
+    const ClaimHold hold(handle.File->Locks.Mutex);
+    report.List("File Locks Exclusive", [&] {
+        for (const FileLock* lock = handle.Locks.Files; lock != nullptr; lock = lock->OfHandle.Next) {
+            report.Boolean(lock->Exclusive);
+            report.End();
+        }
+    });
+    report.Table("Record Locks", {"Key Id", "Exclusive"}, [&] {
+        for (const RecordLock* lock = handle.Locks.Records; lock != nullptr; lock = lock->OfHandle.Next) {
+            report.Nested([&] {
+                report.Bytes(lock->Key());
+                report.Boolean(lock->Exclusive);
+            });
+        }
+    });
 }
 
 void WriteWalk(ReportWriter& report, FileHandle& handle) {

@@ -1,8 +1,11 @@
+#include <map>
+
 #include "remote/remote_session.h"
 #include "stats/counter_runs.h"
 #include "stats/handle_numbers.h"
 #include "stats/report_field.h"
 #include "stats/reports.h"
+#include "storage/session_locks.h"
 
 namespace qx {
 
@@ -26,9 +29,48 @@ constexpr ReportField<SessionRecord> kSession[] = {
      }},
 };
 
-void WriteLocks(ReportWriter& report, SessionRecord&) {
-    report.Table("File Locks", {"Volume Name", "File Name", "Exclusive"}, [] {});
-    report.Table("Record Locks", {"Volume Name", "File Name", "Key Id", "Exclusive"}, [] {});
+// A lock goes before the handle that it was taken through.
+using FilesOfLocks = std::map<const LockTable*, const OpenFile*>;
+
+FilesOfLocks FilesOf(const SessionRecord& session) {
+    FilesOfLocks files;
+    for (uint32_t number = session.Files.Head(); number != kNoHandle;
+         number = HandleList::Next<&FileHandle::SessionLinks>(theLibrary.Files, number)) {
+        const auto* handle = theLibrary.Files.PayloadOf<FileHandle>(number);
+        if (!handle->IsRemote()) {
+            files.emplace(&handle->File->Locks, handle->File);
+        }
+    }
+    return files;
+}
+
+void WriteLocks(ReportWriter& report, SessionRecord& session) {
+    const FilesOfLocks files = FilesOf(session);
+    const ClaimHold hold(session.LockMutex);
+    LockTableClaim ofFile;
+    const auto writeFile = [&](LockTable& table) {
+        ofFile.MoveTo(table);
+        const OpenFile& file = *files.at(&table);
+        report.Bytes(file.Volume.Name);
+        report.Bytes(file.Name);
+    };
+    report.Table("File Locks", {"Volume Name", "File Name", "Exclusive"}, [&] {
+        for (const FileLock* lock = session.Locks.Files; lock != nullptr; lock = lock->OfSession.Next) {
+            report.Nested([&] {
+                writeFile(*lock->Table);
+                report.Boolean(lock->Exclusive);
+            });
+        }
+    });
+    report.Table("Record Locks", {"Volume Name", "File Name", "Key Id", "Exclusive"}, [&] {
+        for (const RecordLock* lock = session.Locks.Records; lock != nullptr; lock = lock->OfSession.Next) {
+            report.Nested([&] {
+                writeFile(*lock->Table);
+                report.Bytes(lock->Key());
+                report.Boolean(lock->Exclusive);
+            });
+        }
+    });
 }
 
 }  // namespace

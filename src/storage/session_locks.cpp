@@ -1,7 +1,5 @@
 #include "storage/session_locks.h"
 
-#include <optional>
-
 namespace qx {
 
 namespace {
@@ -74,15 +72,8 @@ bool UnlockRecord(FileCall& call, std::string_view key) {
 
 void ReleaseLocksOfSession(SessionRecord& session) {
     const ClaimHold mutex(session.LockMutex);
-    std::optional<ClaimHold> ofFile;
-    const LockTable* claimed = nullptr;
-    ReleaseAll(session.Locks, [&](LockTable& table) {
-        if (&table != claimed) {
-            ofFile.reset();
-            ofFile.emplace(table.Mutex);
-            claimed = &table;
-        }
-    });
+    LockTableClaim ofFile;
+    ReleaseAll(session.Locks, [&](LockTable& table) { ofFile.MoveTo(table); });
 }
 
 // The session's mutex is claimed even if there is nothing to give up: somebody may be giving up all of the session's

@@ -1,6 +1,7 @@
 // The locks that a session takes on files and records for its application.
 #pragma once
 
+#include <optional>
 #include <string_view>
 
 #include "locking/lock_table.h"
@@ -14,6 +15,24 @@ LockOutcome LockWholeFile(FileCall& call, bool exclusive);
 LockOutcome LockRecord(FileCall& call, std::string_view key, bool exclusive);
 bool UnlockWholeFile(FileCall& call);
 bool UnlockRecord(FileCall& call, std::string_view key);
+
+// Owns the mutex of one file's locks at a time, for whoever goes through the locks of a session and owns that mutex.
+class LockTableClaim {
+  public:
+    // Raises 1028.
+    void MoveTo(LockTable& table) {
+        if (&table != claimed_) {
+            claimed_ = nullptr;
+            hold_.reset();
+            hold_.emplace(table.Mutex);
+            claimed_ = &table;
+        }
+    }
+
+  private:
+    std::optional<ClaimHold> hold_;
+    const LockTable* claimed_ = nullptr;
+};
 
 // Gives up every lock of the session. Raises 1028, with some of them given up.
 void ReleaseLocksOfSession(SessionRecord& session);

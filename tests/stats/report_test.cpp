@@ -5,6 +5,7 @@
 #include <span>
 
 #include "support/file_test.h"
+#include "support/scripted_server.h"
 #include "support/statistics.h"
 
 namespace qx_test {
@@ -275,6 +276,65 @@ TEST_F(Reports, ListsAndUnusualValues) {
     EXPECT_EQ(ValueIn(ReportOn(Session, kSessionReport, "", 0), "Maximum Record Size"), "0") << "of another session";
 }
 
+// Locks on the same key and file, taken through several handles by two sessions.
+TEST_F(Reports, ListTheLocksOfApplications) {
+    const uint32_t first = CreateAndOpen("F", FixedFile(3, 256));
+    const uint32_t second = Open("F");
+    const uint32_t other = CreateAndOpen("G", FixedFile(1, 256));
+    const uint32_t session = Session;
+    OpenSession();
+    const uint32_t theirs = Open("F");
+    const auto lockFile = [&](uint32_t file, decltype(QXSharedLockFile) lock) {
+        EXPECT_TRUE(Run([&](StatusRecord* status) { return lock(file, status); }));
+    };
+    const auto lockRecord = [&](uint32_t file, std::string_view key, decltype(QXSharedLockRecord) lock) {
+        Buffer(kKey) = key;
+        EXPECT_TRUE(Run([&](StatusRecord* status) { return lock(file, kKey, status); }));
+    };
+    lockFile(second, QXSharedLockFile);
+    lockFile(theirs, QXSharedLockFile);
+    lockFile(other, QXExclusiveLockFile);
+    lockRecord(first, "b", QXSharedLockRecord);
+    lockRecord(theirs, "b", QXSharedLockRecord);
+    lockRecord(other, "x", QXSharedLockRecord);
+    lockRecord(second, "ab", QXExclusiveLockRecord);
+    lockRecord(first, "", QXExclusiveLockRecord);
+
+    const Report file = ReportOn(Session, kFileReport, Path("F"));
+    EXPECT_EQ(ValueIn(file, "File Locks|Session,Exclusive"), "0,false|1,false");
+    EXPECT_EQ(ValueIn(file, "Record Locks|Session,Key Id,Exclusive"), "0,,true|0,ab,true|1,b,false|0,b,false");
+    const Report ours = ReportOn(Session, kSessionReport, "", session);
+    const std::string f = Volume().Name + ",F,";
+    const std::string g = Volume().Name + ",G,";
+    EXPECT_EQ(ValueIn(ours, "File Locks|Volume Name,File Name,Exclusive"), g + "true|" + f + "false");
+    EXPECT_EQ(ValueIn(ours, "Record Locks|Volume Name,File Name,Key Id,Exclusive"),
+              f + ",true|" + f + "ab,true|" + g + "x,false|" + f + "b,false");
+    const auto ofHandle = [&](uint32_t handle) {
+        const Report report = ReportOn(Session, kHandleReport, "", handle);
+        return ValueIn(report, "File Locks Exclusive") + ';' + ValueIn(report, "Record Locks|Key Id,Exclusive");
+    };
+    EXPECT_EQ(ofHandle(first), ";,true|b,false");
+    EXPECT_EQ(ofHandle(second), "false;ab,true");
+    EXPECT_EQ(ofHandle(other), "true;x,false");
+
+    // A lock table that somebody else has, and no wait event to wait for it with.
+    qx::ClaimMutex::Node node;
+    ASSERT_TRUE(Record(first).Locks.Mutex.TryClaim(node));
+    for (const auto& [kind, subject] :
+         {std::pair{kFileReport, 0U}, {kSessionReport, session}, {kHandleReport, first}}) {
+        Faults.Fail(Call::EventCreate, 1);
+        Faults.Fail(Call::EventReset, 1);
+        EXPECT_EQ(GetStatistics(Session, kind, Path("F"), subject), (Status{1028, 0, 0}));
+        Faults.Clear();
+        EXPECT_EQ(Buffer(kReportNames).back(), '\xFE') << "what was written before stays";
+    }
+    Record(first).Locks.Mutex.Release(node);
+    EXPECT_TRUE(Run([&](StatusRecord* status) { return QXUnlockAll(session, status); }));
+    EXPECT_EQ(ofHandle(second), ";");
+    EXPECT_TRUE(Run([&](StatusRecord* status) { return QXUnlockAll(Session, status); }));
+    ExpectNothingHeld();
+}
+
 TEST_F(Reports, SubjectsThatAreNotThere) {
     ASSERT_TRUE(Create("F"));
     struct Case {
@@ -349,6 +409,79 @@ TEST_F(Reports, AFailureLeavesNothingBehind) {
         EXPECT_LE(Buffer(kReportNames).size(), 10U);
         ExpectNothingHeld(1);
     }
+}
+
+// The remote-call library at the process's report, and servers of which one is not there.
+class ServerReports : public testing::Test {
+  protected:
+    ServerReports() { AcceptCallbacks(); }
+
+    void Start() {
+        ApiVersionRecord version{sizeof version, 1, 1, 0};
+        ASSERT_EQ(Called([&](StatusRecord* status) { return QXInitialize(&version, status); }), kNothing);
+        ASSERT_EQ(Called([&](StatusRecord* status) { return QXOpenSession(TestCallback, nullptr, &session_, status); }),
+                  kNothing);
+    }
+    void Stop() {
+        EXPECT_EQ(Called([](StatusRecord* status) { return QXTerminate(status); }), kNothing);
+    }
+
+    Status OpenFile(std::string_view name, uint32_t* file) {
+        Buffer(kName) = name;
+        return Called([&](StatusRecord* status) { return QXOpenFile(session_, kName, nullptr, file, status); });
+    }
+
+    ScriptedServer server_;
+    uint32_t session_ = kNone;
+};
+
+TEST_F(ServerReports, ListServersAndRemoteHandles) {
+    Start();
+    uint32_t file = kNone;
+    for (const char* name : {R"(\\beta\share\F)", R"(\\alpha\share\F)"}) {
+        ASSERT_EQ(OpenFile(name, &file), kNothing);
+    }
+    server_.Failing["Connect"] = 1005;
+    EXPECT_NE(OpenFile(R"(\\gone\share\F)", &file), kNothing);
+    EXPECT_EQ(ReportOn(session_, kServersReport), (Report{{"Server Names", "ALPHA|BETA|GONE"}}));
+    EXPECT_EQ(ReportOn(session_, kHandleReport, "", file),
+              (Report{{"Session", "0"}, {"Remote", "true"}, {"Server Name", "ALPHA"}}));
+    const Report report = ReportOn(session_, kSessionReport, "", session_);
+    EXPECT_EQ(ValueIn(report, "Servers"), "BETA|ALPHA");
+    EXPECT_EQ(ValueIn(report, "Open Files"), "3");
+    EXPECT_EQ(ValueIn(report, "Active Session Files"), "2");
+    EXPECT_EQ(ValueIn(ReportOn(session_, kProcessReport), "TBX Active"), "1");
+
+    const auto append = [](qx::AppendedOutput& output, std::string_view bytes) {
+        uint32_t room = 0;
+        void* to = nullptr;
+        uint32_t error = 0;
+        const auto transfer = reinterpret_cast<qx::TransferFunction>(output.Descriptor.Words[0]);
+        ASSERT_EQ(transfer(1, &output.Descriptor, static_cast<uint32_t>(bytes.size()), &room, &to, &error), 1);
+        bytes.copy(static_cast<char*>(to), room);
+        output.Appended = bytes.size();
+    };
+    server_.OnStatistics = [&](qx::AppendedOutput& names, qx::AppendedOutput& values) {
+        append(names,
+               "Calls\xFE"
+               "Threads\xFE");
+        append(values,
+               "7\xFE"
+               "A\xFD"
+               "B\xFE");
+    };
+    Report process = ReportOn(session_, kProcessReport);
+    ASSERT_GT(process.size(), 2U);
+    EXPECT_EQ((Report{process.end() - 3, process.end()}),
+              (Report{{"Group Lock Init Suspend Errors", ""}, {"Calls", "7"}, {"Threads", "A|B"}}));
+    server_.OnStatistics = [](qx::AppendedOutput&, qx::AppendedOutput& values) { values.Appended = 1 << 20; };
+    EXPECT_EQ(GetStatistics(session_, kProcessReport), (Status{1107, 0, 0})) << "more than there is room for";
+    server_.OnStatistics = nullptr;
+    server_.Failing["GetLocalStatistics"] = 4711;
+    Buffer(kReportNames).clear();
+    EXPECT_EQ(GetStatistics(session_, kProcessReport), (Status{1107, 0, 4711}));
+    EXPECT_TRUE(Buffer(kReportNames).ends_with("Group Lock Init Suspend Errors\xFE")) << "what was written stays";
+    Stop();
 }
 
 }  // namespace

@@ -134,9 +134,13 @@ int32_t ScriptedServer::Terminate(uint32_t* error) {
     return Outcome("Terminate", error);
 }
 
-int32_t ScriptedServer::GetLocalStatistics(void*, uint32_t, uint32_t, qx::TransferDescriptor*, qx::TransferDescriptor*,
-                                           uint32_t* error) {
+// An output is a descriptor and what follows it.
+int32_t ScriptedServer::GetLocalStatistics(void*, uint32_t, uint32_t, qx::TransferDescriptor* names,
+                                           qx::TransferDescriptor* values, uint32_t* error) {
     Log.push_back("statistics");
+    if (OnStatistics) {
+        OnStatistics(*reinterpret_cast<qx::AppendedOutput*>(names), *reinterpret_cast<qx::AppendedOutput*>(values));
+    }
     return Outcome("GetLocalStatistics", error);
 }
 

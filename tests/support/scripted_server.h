@@ -10,6 +10,7 @@
 #include <string_view>
 #include <vector>
 
+#include "remote/remote_call_library.h"
 #include "support/remote_calls_in_place.h"
 
 namespace qx_test {
@@ -36,6 +37,9 @@ class ScriptedServer final : public RemoteCalls {
 
     // Run in every call that is not answered with an error, for data that travels; may return an error in its turn.
     std::function<std::optional<uint32_t>(std::span<qx::TransferDescriptor* const>)> OnCall;
+
+    // Run when the library is asked for entries of its own, with the outputs to append to.
+    std::function<void(qx::AppendedOutput& names, qx::AppendedOutput& values)> OnStatistics;
 
     // Replies that grant what the engine cannot go on without.
     ScriptedServer();

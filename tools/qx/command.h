@@ -48,6 +48,7 @@ Command AddHeaderCommand(CLI::App& root);
 Command AddCheckCommand(CLI::App& root);
 Command AddMapCommand(CLI::App& root);
 Command AddVolumeCommand(CLI::App& root);
+Command AddStatsCommand(CLI::App& root);
 Command AddClearCommand(CLI::App& root);
 Command AddDropCommand(CLI::App& root);
 

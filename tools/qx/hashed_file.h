@@ -14,6 +14,9 @@ class HashedFile {
     File& operator*() noexcept { return file_; }
     File* operator->() noexcept { return &file_; }
 
+    /// In which the file is open.
+    const Session& InSession() const noexcept { return session_; }
+
     /// To be called by commands that write: only then is it certain that everything is stored.
     void Close() {
         file_.Close();

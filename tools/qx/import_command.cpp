@@ -12,15 +12,18 @@
 #include "number_text.h"
 #include "progress_line.h"
 #include "record_source.h"
+#include "statistics_text.h"
 
 namespace qx::tool {
 
 namespace {
 
 struct Settings {
-    explicit Settings(CLI::App& app) : File(AddFileArgument(app)), Source(app) {}
+    explicit Settings(CLI::App& app)
+        : File(AddFileArgument(app)), Stats(AddFlag(app, "--stats", "Print what was counted meanwhile")), Source(app) {}
 
     const CLI::Option* File;
+    const CLI::Option* Stats;
     RecordSourceOptions Source;
 };
 
@@ -53,6 +56,9 @@ ExitStatus Run(const Settings& settings, Output& output) {
             " imported " + pace +
             (source.BadLines() == 0 ? "" : "; " + Counted(source.BadLines(), "bad line") + " passed over") +
             "; the file holds " + Counted(after, "record") + ", before " + Grouped(before));
+        if (settings.Stats->count() != 0) {
+            output.Write(StatisticsTable(ProcessStatistics()));
+        }
         return status;
     });
 }

@@ -45,7 +45,7 @@ ExitStatus Run(int count, char** arguments) {
         AddPutCommand(app),    AddDeleteCommand(app), AddGroupCommand(app),   AddKeysCommand(app),
         AddExportCommand(app), AddDumpCommand(app),   AddLoadCommand(app),    AddCopyCommand(app),
         AddHeaderCommand(app), AddVolumeCommand(app), AddCheckCommand(app),   AddMapCommand(app),
-        AddClearCommand(app),  AddDropCommand(app),
+        AddStatsCommand(app),  AddClearCommand(app),  AddDropCommand(app),
     };
 
     Output output;
