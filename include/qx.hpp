@@ -700,6 +700,9 @@ struct StatisticsEntry {
     std::string Value;
 };
 
+/// How a session locks a file or a key: together with others that do so shared, or alone.
+enum class LockKind { Shared, Exclusive };
+
 class File;
 
 class Session {
@@ -857,6 +860,37 @@ class File {
     /// Checks the file for damage, which is told and not thrown. Throws 1014, 1028 and the codes of locking.
     FileVerification Verify() { return FileVerification(handle_.Get()); }
 
+    /// Locks the file as a whole against other sessions, of any process, that lock it too; nothing else heeds the lock.
+    /// Nobody waits: false when another session's lock is in the way. Throws 414 (this session has locked it), 1010,
+    /// 1011, 1017, 1028. Closing the file or the session unlocks.
+    bool TryLock(LockKind kind) {
+        StatusRecord status{};
+        const auto lock = kind == LockKind::Exclusive ? QXExclusiveLockFile : QXSharedLockFile;
+        return face_detail::CheckUnless(lock(handle_.Get(), &status), status, kLockedByOther);
+    }
+
+    /// Throws 411 (this session has not locked it), 1028.
+    void Unlock() {
+        StatusRecord status{};
+        face_detail::Check(QXUnlockFile(handle_.Get(), &status), status);
+    }
+
+    /// The same for one key, whether there is such a record or not. Locks on keys and those on the file as a whole have
+    /// nothing to do with each other.
+    bool TryLockRecord(std::string_view key, LockKind kind) {
+        StatusRecord status{};
+        face_detail::CallBuffers buffers;
+        const auto lock = kind == LockKind::Exclusive ? QXExclusiveLockRecord : QXSharedLockRecord;
+        return face_detail::CheckUnless(lock(handle_.Get(), buffers.Input(key), &status), status, kLockedByOther);
+    }
+
+    /// Throws 412 (this session has not locked it), 1028.
+    void UnlockRecord(std::string_view key) {
+        StatusRecord status{};
+        face_detail::CallBuffers buffers;
+        face_detail::Check(QXUnlockRecord(handle_.Get(), buffers.Input(key), &status), status);
+    }
+
     /// Writes back what is not yet stored and closes; does nothing the second time. Throws 1102 (another call is inside
     /// it; it stays open) and what writing can fail with, after which it is closed.
     void Close() { handle_.Close(); }
@@ -866,6 +900,7 @@ class File {
 
   private:
     static constexpr std::uint32_t kNotFound = 100;
+    static constexpr std::uint32_t kLockedByOther = 415;
 
     static std::uint32_t Open(std::uint32_t session, std::string_view name, const OpenOptions& options) {
         std::uint32_t handle = 0;

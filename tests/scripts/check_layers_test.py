@@ -20,6 +20,7 @@ GOOD = {
     "src/storage/file.h": '#include "remote/connection.h"\n#include "storage/layout/header.h"\n',
     "src/api/session.cpp": '#include "storage/file.h"\nextern "C" QX_API int QXFlush();\n',
     "tools/qx/dump.h": "#include <qx.hpp>\n#include <CLI/CLI.hpp>\n",
+    "tools/qx/posix/child.cpp": "#include <unistd.h>\n",
     "tools/qx/dump.cpp": '#include "dump.h"\n#include "storage/layout/header.h"\n#include "locking/lock_offsets.h"\n',
     "tests/checker/bytes.h": "#include <fcntl.h>\n",
     "tests/checker/main.cpp": '#include "checker/bytes.h"\n',

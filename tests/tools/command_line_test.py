@@ -7,7 +7,7 @@ import unittest
 from tool_case import DONE, FAILURE, TOOL, WRONG_USE, ToolCase
 
 COMMANDS = ["create", "import", "compare", "get", "put", "delete", "group", "keys", "export", "dump", "load", "copy",
-            "header", "check", "map", "clear", "drop"]
+            "header", "check", "map", "clear", "drop", "lock", "locks"]
 
 
 class CommandLine(ToolCase):

@@ -49,6 +49,8 @@ Command AddCheckCommand(CLI::App& root);
 Command AddMapCommand(CLI::App& root);
 Command AddVolumeCommand(CLI::App& root);
 Command AddStatsCommand(CLI::App& root);
+Command AddLockCommand(CLI::App& root);
+Command AddLocksCommand(CLI::App& root);
 Command AddClearCommand(CLI::App& root);
 Command AddDropCommand(CLI::App& root);
 

@@ -45,7 +45,8 @@ ExitStatus Run(int count, char** arguments) {
         AddPutCommand(app),    AddDeleteCommand(app), AddGroupCommand(app),   AddKeysCommand(app),
         AddExportCommand(app), AddDumpCommand(app),   AddLoadCommand(app),    AddCopyCommand(app),
         AddHeaderCommand(app), AddVolumeCommand(app), AddCheckCommand(app),   AddMapCommand(app),
-        AddStatsCommand(app),  AddClearCommand(app),  AddDropCommand(app),
+        AddStatsCommand(app),  AddLockCommand(app),   AddLocksCommand(app),   AddClearCommand(app),
+        AddDropCommand(app),
     };
 
     Output output;
