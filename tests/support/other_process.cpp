@@ -70,6 +70,10 @@ bool OtherProcess::Continue() {
     return Send(here_.write_) && Receive(here_.read_);
 }
 
+void OtherProcess::LetGo() {
+    Send(here_.write_);
+}
+
 void OtherProcess::Kill() {
     if (process_ > 0) {
         ::kill(process_, SIGKILL);

@@ -32,6 +32,9 @@ class OtherProcess {
     // Lets it go on until it hands over again. False when it has ended.
     bool Continue();
 
+    // The same without waiting, as a thing to do before Finish or Kill.
+    void LetGo();
+
     // Kills it, as a crash would, and returns when it is gone.
     void Kill();
 
