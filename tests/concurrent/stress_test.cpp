@@ -323,8 +323,11 @@ TEST_F(SlowProcesses, GoOnWhenOneIsKilled) {
     for (const std::string& problem : report.problems) {
         std::cout << problem << '\n';
     }
-    std::cout << report.leakedFrames << " frames leaked" << std::endl;
+    std::cout << report.leakedFrames << " frames leaked; " << report.header.recordCount << " records stored of "
+              << report.recordCount << ", load " << report.header.alpha << " of " << report.alpha << ", "
+              << report.chainFrames << " overflow frames in chains, " << report.freeFrames << " free" << std::endl;
     EXPECT_LE(damaged, kills * kAtWork);
+    EXPECT_LE(board_->Lost, kills * kAtWork);
 }
 
 }  // namespace
