@@ -121,11 +121,6 @@ bool OsFlush(OsHandle handle) {
     return thePlatform.Files->Flush(handle) == SystemError::None;
 }
 
-FileResult OsReserve(OsHandle handle, uint32_t unit, uint32_t index, uint32_t count) {
-    return TransferResult(thePlatform.Files->Reserve(handle, Offset(unit, index), Offset(unit, count)),
-                          SystemError::VolumeFull);
-}
-
 void OsClose(OsHandle handle) {
     thePlatform.Files->Close(handle);
 }

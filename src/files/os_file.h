@@ -34,9 +34,6 @@ bool OsGetSize(OsHandle handle, uint32_t unit, uint32_t* count);
 bool OsSetSize(OsHandle handle, uint32_t unit, uint32_t count);
 bool OsFlush(OsHandle handle);
 
-// Takes room on the volume for `count` units from `index` on. Exhausted when it is full.
-FileResult OsReserve(OsHandle handle, uint32_t unit, uint32_t index, uint32_t count);
-
 void OsClose(OsHandle handle);
 
 }  // namespace qx

@@ -50,10 +50,6 @@ class FileService {
     virtual SystemError SetSize(OsHandle handle, uint64_t size) = 0;
     virtual SystemError Flush(OsHandle handle) = 0;
 
-    // Takes room on the volume for `length` bytes at `offset`, which may lie beyond the end of the file; its length
-    // stays as it is. A volume that cannot do that is no failure: writing there may then fail like any other write.
-    virtual SystemError Reserve(OsHandle handle, uint64_t offset, uint64_t length) = 0;
-
     // One attempt at a byte-range lock; InUse when another handle holds a conflicting one. Positions are 64-bit; a
     // system with signed positions drops the top bit.
     virtual SystemError TryLock(OsHandle handle, uint64_t offset, uint32_t length, LockMode mode) = 0;

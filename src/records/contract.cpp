@@ -1,4 +1,3 @@
-#include "records/resize_room.h"
 #include "records/resize_step.h"
 #include "records/resize_writer.h"
 #include "storage/layout/frame_header.h"
@@ -36,8 +35,6 @@ ResizeWriter StartTarget(OperationContext& context, uint32_t target, uint32_t mo
     }
     if (input.Place.File == WhichFile::Primary) {
         SetModuloStamp(input.Buffer, modulo);
-    } else if (target != kHeaderGroup) {
-        WriteStamp(context, target, modulo);
     }
     context.Output.Place.Buffer = spareBuffer;
     context.Output.TakeOver(input);
@@ -63,21 +60,29 @@ uint32_t MoveRecords(OperationContext& context, uint32_t removed, const ResizeGr
     return chain;
 }
 
-// Gives a target the end back that it had, if the stream may have written over it: what lies before it there is the
-// same. Without this the group would go on in a frame that has not been written, and from there anywhere.
-void CutBack(OperationContext& context, const OutputPlace& end, const OutputPlace& reached) {
-    const bool isBeingWritten = context.Output.Place.Group == end.Group;
-    if (!isBeingWritten && reached.File == end.File && reached.Frame == end.Frame) {
-        return;
+// Where a target's primary frame has been left behind, its stamp is written by itself; group 0 has the header's.
+void WriteStampApart(OperationContext& context, const OutputPlace& end, uint32_t modulo) {
+    if (end.File == WhichFile::Overflow && end.Group != kHeaderGroup) {
+        WriteStamp(context, end.Group, modulo);
     }
+}
+
+// Gives a target the end and the stamp back that it had: what lies before its end is the same. Without this it would
+// keep copies of records that another merge gives it again, or go on in a frame that has not been written.
+void CutBack(OperationContext& context, const OutputPlace& end, uint32_t modulo) {
     uint8_t* frame = context.Input.Buffer;
     context.Input.Group = end.Group;
+    context.Output.Place.Group = end.Group;
     ReadFrame(context, end.File, end.Frame, context.File.FrameSize, ShortRead::Fail, frame);
     SetForwardLink(frame, 0);
     SetSkipLink(frame, 0);
+    if (end.File == WhichFile::Primary) {
+        SetModuloStamp(frame, modulo);
+    }
     frame[end.Position] = kEndOfGroup;
     std::memset(frame + end.Position + 1, context.FillCharacter(), context.File.FrameSize - end.Position - 1);
     WriteFrame(context, end.File, end.Frame, context.File.FrameSize, frame);
+    WriteStampApart(context, end, modulo);
 }
 
 void FreeChain(OperationContext& context, uint32_t owner, uint32_t frame) {
@@ -96,6 +101,8 @@ void FreeChain(OperationContext& context, uint32_t owner, uint32_t frame) {
 
 }  // namespace
 
+// The removed group is given up last, when the header no longer counts it: a step that fails before leaves the file as
+// it was.
 bool Contract(OperationContext& context) {
     OpenFile& file = context.File;
     ReadHeader(context, HeaderAccess::Exclusive);
@@ -108,7 +115,6 @@ bool Contract(OperationContext& context) {
     if (!NeedsToContract(file)) {
         return true;
     }
-    TakeRoomForContract(context, removed, targets);
     context.Levels.CountWork(Counter::ContractModulos);
     ResizeWriter writers[kMostTargets];
     OutputPlace ends[kMostTargets];
@@ -116,30 +122,51 @@ bool Contract(OperationContext& context) {
         writers[i] = StartTarget(context, targets[i], removed, context.Buffer(kTargetBuffers[i]));
         ends[i] = writers[i].Place;
     }
+    ResizeWriter gone{{removed}};
     uint32_t chain = 0;
-    uint32_t finished = 0;
+    bool accounted = false;
     FirstFailure failure;
     failure.Run([&] {
         chain = MoveRecords(context, removed, targets, writers);
-        file.Counts.ChangeAlpha(removed, file.Capped(context.Input.GroupBytes), 0);
-        for (; finished < targets.Count(); ++finished) {
-            writers[finished].Finish(context);
-            writers[finished].Account(context);
-            locks.Release(targets[finished]);
+        gone.OldBytes = context.Input.GroupBytes;
+        for (uint32_t i = 0; i < targets.Count(); ++i) {
+            WriteStampApart(context, ends[i], removed);
+            writers[i].Finish(context);
         }
+        context.List.Commit();
+        gone.Account(context);
+        for (uint32_t i = 0; i < targets.Count(); ++i) {
+            writers[i].Account(context);
+        }
+        accounted = true;
+        StoreModulo(context, removed);
     });
-    for (uint32_t i = finished; i < targets.Count(); ++i) {
-        FirstFailure ignored;
-        ignored.Run([&] { CutBack(context, ends[i], writers[i].Place); });
+    if (!failure.Good()) {
+        if (accounted) {
+            for (uint32_t i = 0; i < targets.Count(); ++i) {
+                writers[i].TakeBack(context);
+            }
+            gone.TakeBack(context);
+        }
+        FirstFailure notCut;
+        for (uint32_t i = 0; i < targets.Count(); ++i) {
+            notCut.Run([&] { CutBack(context, ends[i], removed + 1); });
+        }
+        if (!notCut.Good()) {
+            // A target may go on in frames that the list on disk calls free.
+            notCut.Run([&] { context.List.Commit(); });
+        }
+        failure.RaiseIfAny();
     }
-    failure.RaiseIfAny();
-    // Before anything of the removed group is given up: it is still whole if the header cannot be written.
-    StoreModulo(context, removed);
+    file.Counts.FollowModulo(removed + 1, removed);
+    for (uint32_t i = 0; i < targets.Count(); ++i) {
+        locks.Release(targets[i]);
+    }
+    // First the group's frame goes, so that nobody who knows the old number of groups finds records there.
+    SetFileFrames(context, WhichFile::Primary, removed);
+    locks.Release(removed);
     FreeChain(context, removed, chain);
     context.List.Commit();
-    SetFileFrames(context, WhichFile::Primary, removed);
-    file.Counts.FollowModulo(removed + 1, removed);
-    locks.Release(removed);
     FlushAfterResize(context);
     return true;
 }

@@ -20,6 +20,11 @@ void ResizeWriter::Account(OperationContext& context) const {
     file.Counts.ChangeAlpha(Place.Group, file.Capped(OldBytes), file.Capped(NewBytes));
 }
 
+void ResizeWriter::TakeBack(OperationContext& context) const {
+    OpenFile& file = context.File;
+    file.Counts.ChangeAlpha(Place.Group, file.Capped(NewBytes), file.Capped(OldBytes));
+}
+
 ResizeGroups::ResizeGroups(uint32_t modulo) {
     const ModuloSplit split(modulo);
     if (split.Remainder != ModuloSplit::kSingleGroup) {
@@ -44,15 +49,6 @@ ResizeLocks::ResizeLocks(OperationContext& context, const ResizeGroups& groups, 
         Take(groups[i]);
     }
     Take(lastGroup);
-}
-
-ResizeLocks::~ResizeLocks() {
-    StatusRecord ignored{};
-    RunCatching(ignored, [this] {
-        context_.List.Commit();
-        return true;
-    });
-    context_.AllocationLock.Release();
 }
 
 void ResizeLocks::Take(uint32_t group) {

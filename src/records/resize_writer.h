@@ -19,9 +19,11 @@ struct ResizeWriter {
     // Copies the record under the cursor, whose header and key it has passed, from its `start`.
     void CopyRecord(OperationContext& context, const FramePlace& start);
 
-    // Ends the group, and counts its bytes in the file's load.
     void Finish(OperationContext& context);
+
+    // Counts the group's new bytes in the file's load instead of the old ones, or takes that back.
     void Account(OperationContext& context) const;
+    void TakeBack(OperationContext& context) const;
 };
 
 // The groups that a split takes records from, or a merge gives them back to: the first one and every 2^Level-th after
@@ -48,9 +50,8 @@ class ResizeGroups {
 class ResizeLocks {
   public:
     ResizeLocks(OperationContext& context, const ResizeGroups& groups, uint32_t lastGroup);
-    // A step that failed may have linked frames into groups already: the free-frame list that no longer names them is
-    // written all the same, so that no frame is handed out twice.
-    ~ResizeLocks();
+    // The free-frame list is unlocked first.
+    ~ResizeLocks() { context_.AllocationLock.Release(); }
     ResizeLocks(const ResizeLocks&) = delete;
     ResizeLocks& operator=(const ResizeLocks&) = delete;
 

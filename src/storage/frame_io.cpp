@@ -45,9 +45,6 @@ RunningCounts::Values PutRunningValues(OperationContext& context, uint8_t* bytes
     return values;
 }
 
-// Room is taken for so many bytes more than needed.
-constexpr uint32_t kReserveAhead = 1 << 16;
-
 [[noreturn]] void FailWrite(OperationContext& context, Code code, WhichFile file) {
     Raise(code, Number(file), context.Output.Place.Group + 1);
 }
@@ -117,25 +114,6 @@ void WriteFrame(OperationContext& context, WhichFile file, uint32_t frame, uint3
     }
 }
 
-void ReserveFrames(OperationContext& context, WhichFile file, uint32_t used, uint32_t count) {
-    FilePart& part = context.File.Part(file);
-    if (part.Reserved >= used + count) {
-        return;
-    }
-    const OsHandle handle = context.HandleOf(file);
-    const uint32_t frameSize = context.File.FrameSize;
-    uint32_t taken = count + kReserveAhead / frameSize;
-    FileResult result = OsReserve(handle, frameSize, used, taken);
-    if (result == FileResult::Exhausted) {
-        taken = count;
-        result = OsReserve(handle, frameSize, used, taken);
-    }
-    if (result != FileResult::Done) {
-        FailWrite(context, result, file);
-    }
-    part.Reserved = used + taken;
-}
-
 void SetFileFrames(OperationContext& context, WhichFile file, uint32_t frames) {
     if (!OsSetSize(context.HandleOf(file), context.File.FrameSize, frames)) {
         context.Levels.CountWork(Counter::WriteErrors);
@@ -144,7 +122,6 @@ void SetFileFrames(OperationContext& context, WhichFile file, uint32_t frames) {
     if (file == WhichFile::Overflow) {
         context.File.OverflowFramesSeen.store(frames, std::memory_order_relaxed);
     }
-    context.File.Part(file).Reserved = 0;
     context.File.Part(file).Written = true;
 }
 

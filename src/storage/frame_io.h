@@ -25,10 +25,6 @@ void WriteFrame(OperationContext& context, WhichFile file, uint32_t frame, uint3
 // group after a failure, whose own failure can no longer be helped.
 FileResult StoreFrame(OperationContext& context, WhichFile file, uint32_t frame, uint32_t length, uint8_t* buffer);
 
-// Takes room on the volume for `count` frames after the file's `used` frames, and for some more, so that few calls have
-// to ask for it. Raises 103, 104.
-void ReserveFrames(OperationContext& context, WhichFile file, uint32_t used, uint32_t count);
-
 // Gives a file the length of `frames` frames. Raises 104.
 void SetFileFrames(OperationContext& context, WhichFile file, uint32_t frames);
 

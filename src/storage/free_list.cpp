@@ -15,10 +15,16 @@ void FreeList::FailOrder() {
 
 void FreeList::Load() {
     if (loaded_) {
+        if (torn_) {
+            FailOrder();
+        }
         return;
     }
     context_.AttachOverflow(OverflowAttachment::Missing::Create);
-    context_.AllocationLock.Lock(kOverflowAllocation, true);
+    if (!context_.AllocationLock.IsHeld()) {  // it stays held when loading fails
+        context_.AllocationLock.Lock(kOverflowAllocation, true);
+    }
+    torn_ = false;
     dirty_ = false;
     resized_ = false;
     trimmed_ = false;
@@ -156,6 +162,7 @@ void FreeList::WriteChained(ListEnd& before, uint32_t replaced) {
 // failure on the way leaves a list that lacks the numbers being passed on and is good otherwise.
 void FreeList::Spill() {
     const uint32_t half = geometry_.Half;
+    torn_ = true;
     SortNewEntries();
     const uint32_t left = list_.Count() - half;
     list_.SetCount(left);
@@ -182,18 +189,21 @@ void FreeList::Spill() {
     list_.SetCount(half);
     WriteChained(before, 0);
     ReadFrame(context_, WhichFile::Overflow, 0, context_.File.FrameSize, ShortRead::Fail, buffer_);
+    torn_ = false;
 }
 
 // Pulls the first chained list frame back; it becomes an ordinary free frame itself.
 void FreeList::Refill() {
     const uint32_t half = geometry_.Half;
     const uint32_t count = list_.Count();
+    torn_ = true;
     list_.MoveEntries(0, half, count);
     ReadListFrame(list_.Next());
     list_.SetCount(half + count);
     list_.SwapEntries(0, half);
     unsorted_ = count;
     SortNewEntries();
+    torn_ = false;
 }
 
 // Takes the free frames at the end of the file off the list.
@@ -217,7 +227,7 @@ void FreeList::Trim() {
 }
 
 void FreeList::Commit() {
-    if (!loaded_) {
+    if (!loaded_ || torn_) {
         return;
     }
     loaded_ = false;

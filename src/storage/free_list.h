@@ -61,6 +61,7 @@ class FreeList {
     const ListGeometry geometry_;
     FreeListFrame list_;
     bool loaded_ = false;
+    bool torn_ = false;  // the buffer is not frame 0: moving entries along the chain has failed half way
     bool dirty_ = false;
     bool resized_ = false;    // the file's length changes
     bool trimmed_ = false;    // it is to be cut back to HighWater

@@ -23,7 +23,6 @@ struct FilePart {
     CachedFile Cached;
     std::atomic<uint32_t> InUse{0};     // calls attached to it now; from and to 0 under the cache entry's mutex
     std::atomic<bool> Written{false};   // written, or changed in length, since the last flush
-    std::atomic<uint32_t> Reserved{0};  // frames that there is room for on the volume, as far as is known
 };
 
 struct OpenFile {

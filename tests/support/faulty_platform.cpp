@@ -8,10 +8,11 @@ using qx::SystemError;
 
 const char* NameOf(Call call) {
     static constexpr const char* kNames[] = {
-        "Exists",      "Create",           "Open",       "ClaimForDelete", "Delete",         "Read",
-        "Write",       "GetSize",          "SetSize",    "Flush",          "Reserve",        "Lock",
-        "EventCreate", "EventReset",       "HeapCreate", "HeapAllocate",   "BufferAllocate", "ThreadStart",
-        "PinModule",   "CurrentDirectory", "MountTable", "IsSupported"};
+        "Exists",         "Create",      "Open",       "ClaimForDelete",   "Delete",
+        "Read",           "Write",       "GetSize",    "SetSize",          "Flush",
+        "Lock",           "EventCreate", "EventReset", "HeapCreate",       "HeapAllocate",
+        "BufferAllocate", "ThreadStart", "PinModule",  "CurrentDirectory", "MountTable",
+        "IsSupported"};
     static_assert(std::size(kNames) == kCallKinds);
     return kNames[static_cast<uint32_t>(call)];
 }
@@ -85,11 +86,6 @@ class FaultyFiles final : public qx::FileService {
     SystemError Flush(qx::OsHandle handle) override {
         const SystemError error = owner_.Ask(Call::Flush);
         return error != SystemError::None ? error : Real().Flush(handle);
-    }
-
-    SystemError Reserve(qx::OsHandle handle, uint64_t offset, uint64_t length) override {
-        const SystemError error = owner_.Ask(Call::Reserve);
-        return error != SystemError::None ? error : Real().Reserve(handle, offset, length);
     }
 
     SystemError TryLock(qx::OsHandle handle, uint64_t offset, uint32_t length, qx::LockMode mode) override {

@@ -28,7 +28,6 @@ enum class Call : uint32_t {
     GetSize,
     SetSize,
     Flush,
-    Reserve,
     Lock,
     EventCreate,
     EventReset,

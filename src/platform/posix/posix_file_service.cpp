@@ -220,16 +220,6 @@ SystemError PosixFileService::Flush(OsHandle handle) {
     return result == 0 ? SystemError::None : FromErrno(errno);
 }
 
-SystemError PosixFileService::Reserve(OsHandle handle, uint64_t offset, uint64_t length) {
-    int result;
-    do {
-        result = ::fallocate(Descriptor(handle), FALLOC_FL_KEEP_SIZE, static_cast<off_t>(offset),
-                             static_cast<off_t>(length));
-    } while (result != 0 && errno == EINTR);
-    const bool unsupported = result != 0 && (errno == EOPNOTSUPP || errno == ENOSYS || errno == EINVAL);
-    return result == 0 || unsupported ? SystemError::None : FromErrno(errno);
-}
-
 SystemError PosixFileService::TryLock(OsHandle handle, uint64_t offset, uint32_t length, LockMode mode) {
     const int error = SetLock(Descriptor(handle), mode == LockMode::Exclusive ? F_WRLCK : F_RDLCK, offset, length);
     return IsConflict(error) ? SystemError::InUse : FromErrno(error);

@@ -17,7 +17,6 @@ class PosixFileService final : public FileService {
     SystemError GetSize(OsHandle handle, uint64_t* size) override;
     SystemError SetSize(OsHandle handle, uint64_t size) override;
     SystemError Flush(OsHandle handle) override;
-    SystemError Reserve(OsHandle handle, uint64_t offset, uint64_t length) override;
     SystemError TryLock(OsHandle handle, uint64_t offset, uint32_t length, LockMode mode) override;
     SystemError Unlock(OsHandle handle, uint64_t offset, uint32_t length) override;
 };
