@@ -21,8 +21,8 @@ namespace qx {
 // One of the two operating-system files.
 struct FilePart {
     CachedFile Cached;
-    std::atomic<uint32_t> InUse{0};     // calls attached to it now; from and to 0 under the cache entry's mutex
-    std::atomic<bool> Written{false};   // written, or changed in length, since the last flush
+    std::atomic<uint32_t> InUse{0};    // calls attached to it now; from and to 0 under the cache entry's mutex
+    std::atomic<bool> Written{false};  // written, or changed in length, since the last flush
 };
 
 struct OpenFile {

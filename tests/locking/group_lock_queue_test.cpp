@@ -17,15 +17,22 @@ using qx::Counter;
 
 class GroupLockQueue : public ProcessSetUp {
   protected:
+    GroupLockQueue() { counters_.PutBelow(qx::theProcessCounters); }
     ~GroupLockQueue() override { EXPECT_TRUE(Queue.IsEmpty()); }
 
     qx::GroupLockQueue Queue;
+
+  private:
+    qx::CounterSet counters_;  // of the file
+
+  protected:
+    const qx::CounterLevels Levels{.File = &counters_};
 };
 
 TEST_F(GroupLockQueue, OnlyARequestThatConflictsInItsGroupWaits) {
     std::deque<qx::GroupLockRequest> requests;
     const auto expectGranted = [&](uint32_t group, bool exclusive) {
-        EXPECT_TRUE(Queue.Lock(requests.emplace_back(), group, exclusive, {}));
+        EXPECT_TRUE(Queue.Lock(requests.emplace_back(), group, exclusive, Levels));
         EXPECT_TRUE(requests.back().Granted);
     };
     Platform.Fail(Call::EventCreate, 1, qx::SystemError::Other, true);
@@ -38,20 +45,20 @@ TEST_F(GroupLockQueue, OnlyARequestThatConflictsInItsGroupWaits) {
     Counted(Counter::GroupLocks);
     for (const auto& [group, exclusive] : {std::pair{7U, true}, {8U, true}, {8U, false}, {0xFFFFFFFFU, false}}) {
         qx::GroupLockRequest request;
-        EXPECT_FALSE(Queue.Lock(request, group, exclusive, {})) << group;
+        EXPECT_FALSE(Queue.Lock(request, group, exclusive, Levels)) << group;
         EXPECT_FALSE(request.Granted);
     }
     EXPECT_EQ(Counted(Counter::GroupLocks), 4U);
     EXPECT_EQ(Counted(Counter::GroupLockInitSuspendErrors), 4U);
     expectGranted(7, false);
     for (qx::GroupLockRequest& request : requests) {
-        Queue.Unlock(request, {});
+        Queue.Unlock(request, Levels);
         EXPECT_FALSE(request.Granted);
     }
     EXPECT_TRUE(Queue.IsEmpty());
     requests.clear();
     expectGranted(7, true);
-    Queue.Unlock(requests.back(), {});
+    Queue.Unlock(requests.back(), Levels);
     EXPECT_EQ(Counted(Counter::GroupLockSuspends), 0U);
     EXPECT_EQ(Counted(Counter::GroupUnlockResumes), 0U);
     EXPECT_EQ(Counted(Counter::GroupUnlocks), 7U);
@@ -65,7 +72,7 @@ class ConcurrentGroupLockQueue : public GroupLockQueue {
         Holder& holder = holders_[name];
         const uint32_t suspends = Suspends();
         holder.Thread = std::thread([&holder, group, exclusive, this] {
-            EXPECT_TRUE(Queue.Lock(holder.Request, group, exclusive, {}));
+            EXPECT_TRUE(Queue.Lock(holder.Request, group, exclusive, Levels));
             holder.Granted = true;
         });
         while (!holder.Granted && Suspends() == suspends) {
@@ -78,7 +85,7 @@ class ConcurrentGroupLockQueue : public GroupLockQueue {
         const std::string before = Granted();
         const uint32_t resumes = qx::theProcessCounters.Value(Counter::GroupUnlockResumes);
         holders_[name].Thread.join();
-        Queue.Unlock(holders_[name].Request, {});
+        Queue.Unlock(holders_[name].Request, Levels);
         holders_.erase(name);
         const uint32_t woken = qx::theProcessCounters.Value(Counter::GroupUnlockResumes) - resumes;
         while (Granted().size() < before.size() - 1 + woken) {
@@ -178,7 +185,7 @@ TEST_F(ConcurrentGroupLockQueue, ReadersAndWritersNeverMeet) {
                 }
                 std::deque<qx::GroupLockRequest> requests;
                 for (const auto& [index, exclusive] : wanted) {
-                    EXPECT_TRUE(Queue.Lock(requests.emplace_back(), kGroups[index], exclusive, {}));
+                    EXPECT_TRUE(Queue.Lock(requests.emplace_back(), kGroups[index], exclusive, Levels));
                     EXPECT_TRUE(requests.back().Granted);
                     Group& group = groups[index];
                     if (exclusive) {
@@ -198,7 +205,7 @@ TEST_F(ConcurrentGroupLockQueue, ReadersAndWritersNeverMeet) {
                 for (size_t j = wanted.size(); j-- > 0;) {
                     Group& group = groups[wanted[j].first];
                     --(wanted[j].second ? group.Writers : group.Readers);
-                    Queue.Unlock(requests[j], {});
+                    Queue.Unlock(requests[j], Levels);
                 }
             }
         });
