@@ -68,7 +68,9 @@ class Copy(ToolCase):
             self.assertEqual(self.header("B")["modulo"], modulo)
         out = self.qx("copy", "A", "C", "--fit", "--size-lock", "0").out
         self.assertRegex(out, r"\AC: [0-9,]+ groups of [0-9,]+ bytes; with 5,000 records ")
-        self.assertEqual(f"{self.header('C')['modulo']:,} groups", out.split(": ")[1].split(" of ")[0])
+        fitted = int(out.split(": ")[1].split(" groups")[0].replace(",", ""))
+        # None is given up while the file fills; the last records may bring some more.
+        self.assertIn(self.header("C")["modulo"], range(fitted, fitted + fitted // 10))
 
     def test_what_is_there_is_overwritten_only_when_asked(self):
         self.make("A", {b"k": b"new"})
