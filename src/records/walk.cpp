@@ -121,7 +121,7 @@ bool GatherGroups(FileCall& call, OperationContext& context, WalkDirection direc
             if (list.Length() >= handle.SelectMinimumSize) {
                 return true;
             }
-            if (handle.PositionEnd == call.File->Modulo - 1) {
+            if (handle.PositionEnd >= call.File->Modulo - 1) {
                 return list.Length() > 0;
             }
             ++handle.PositionEnd;

@@ -54,8 +54,8 @@ void LoadHeader(OpenFile& file) {
     }
     file.FrameSize = header.FrameSize;
     file.Threshold = header.Threshold;
-    file.ThresholdBytes = (file.Threshold * file.FrameSize) >> 8;
-    file.MergeBytes = file.ThresholdBytes * 9 / 10;
+    file.ThresholdBytes = static_cast<uint32_t>((uint64_t{file.Threshold} * file.FrameSize) >> 8);
+    file.MergeBytes = static_cast<uint32_t>(uint64_t{file.ThresholdBytes} * 9 / 10);
     file.Modulo = header.Modulo;
     file.SizeLock = header.SizeLock;
     file.Counts.Load(header);

@@ -3,13 +3,22 @@
 #include <optional>
 
 #include "runtime/status.h"
+#include "storage/layout/frame_header.h"
 
 namespace qx {
 
+namespace {
+
+constexpr uint32_t kEmptyGroupBytes = kPrimaryHeaderLength + 1;
+
+}  // namespace
+
 constinit ResizeQueue theResizeQueue;
 
+// A threshold that an empty group passes would have the file grow for ever; no file is made with one.
 bool NeedsToExpand(OpenFile& file) {
-    return file.SizeLock <= 1 && file.Counts.NewAlpha() > uint64_t{file.Modulo} * file.ThresholdBytes;
+    return file.SizeLock <= 1 && file.ThresholdBytes > kEmptyGroupBytes &&
+           file.Counts.NewAlpha() > uint64_t{file.Modulo} * file.ThresholdBytes;
 }
 
 bool NeedsToContract(OpenFile& file) {
