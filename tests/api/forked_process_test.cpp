@@ -58,11 +58,15 @@ TEST_F(ForkedProcess, KeepsNoLocksOfItsParent) {
     OtherProcess parent([&](OtherProcess::Turn& turn) {
         StartLibrary();
         CreateAndOpen("F");
+        int fromGrandchild[2];
+        EXPECT_EQ(::pipe(fromGrandchild), 0);
+        char byte = 0;
         if (::fork() == 0) {
+            EXPECT_EQ(::write(fromGrandchild[1], &byte, 1), 1);
             ::close(toGrandchild[1]);
-            char byte;
             ::_exit(static_cast<int>(::read(toGrandchild[0], &byte, 1)));  // until the test closes its end
         }
+        EXPECT_EQ(::read(fromGrandchild[0], &byte, 1), 1);  // the fork is complete on its side, too
         turn.HandOver();
     });
     EXPECT_FALSE(HeldRanges(Path("MOXLOCKS")).empty());
