@@ -47,6 +47,7 @@ void PassSignalsOn() {
 
 int Start(const std::vector<std::string>& command, pid_t& started) {
     std::vector<char*> arguments;
+    arguments.reserve(command.size() + 1);
     for (const std::string& argument : command) {
         arguments.push_back(const_cast<char*>(argument.c_str()));
     }
