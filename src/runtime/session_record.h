@@ -25,7 +25,8 @@ struct SessionRecord {
     char Identifier[16] = {};
     VolumeUse* VolumeUses = nullptr;          // one for each volume that the session uses
     RemoteSession* RemoteSessions = nullptr;  // one for each server that it uses
-    ClaimMutex GroupLockMutex;                // taking and giving up the group below
+    ClaimMutex GroupLockMutex;                // taking a group for the application, which may wait for long
+    ClaimMutex HeldGroupMutex;                // what is below: never owned for long
     CallerGroupLock* GroupLock = nullptr;     // the group that the session holds for its application
     HandleList Files;                         // its open file handles
     ClaimMutex LockMutex;                     // the locks below; claimed before that of a file's locks

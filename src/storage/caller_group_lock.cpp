@@ -143,13 +143,14 @@ void CloseOverflow(OpenFile& file) {
 }
 
 CallerGroupLock& RecordOf(SessionRecord& session) {
+    const PatientClaimHold mutex(session.HeldGroupMutex);
     if (session.GroupLock == nullptr) {
         session.GroupLock = theRecordHeap.Make<CallerGroupLock>();
     }
     return *session.GroupLock;
 }
 
-// The caller owns the session's group lock mutex.
+// The caller owns the mutex of the session's held group: the file handle stays while the group is given up.
 void ReleaseHeldGroup(SessionRecord& session) {
     CallerGroupLock* lock = session.GroupLock;
     if (lock == nullptr || !lock->Held) {
@@ -168,7 +169,7 @@ void ReleaseHeldGroup(SessionRecord& session) {
 
 void LockGroupForCaller(FileCall& call, uint32_t group, bool exclusive) {
     const ClaimHold mutex(call.Session->GroupLockMutex);
-    ReleaseHeldGroup(*call.Session);
+    ReleaseCallerGroupLock(*call.Session);
     CallerGroupLock& lock = RecordOf(*call.Session);
     OpenFile& file = *call.File;
     WorkerBan ban(file);
@@ -178,6 +179,7 @@ void LockGroupForCaller(FileCall& call, uint32_t group, bool exclusive) {
     CloseOverflow(file);
     const OperationContext context(file, call.Levels);
     LockGroup(file, lock.Request, group, exclusive, call.Levels);
+    const PatientClaimHold held(call.Session->HeldGroupMutex);
     lock.File = call.HandleNumber;
     lock.Held = true;
     claim.HandOn();
@@ -197,15 +199,13 @@ void TakeSelectHoldForCaller(FileCall& call) {
 }
 
 void ReleaseCallerGroupLock(SessionRecord& session) {
-    const ClaimHold mutex(session.GroupLockMutex);
+    const PatientClaimHold mutex(session.HeldGroupMutex);
     ReleaseHeldGroup(session);
 }
 
-// A call that is taking a group for the session has given up the one before. It may wait for long, and is not waited
-// for: whoever closes a file keeps everybody else from opening and closing files.
 void ReleaseCallerGroupLockOf(SessionRecord& session, uint32_t fileHandle) {
-    const OptionalClaimHold mutex = OptionalClaimHold::Try(session.GroupLockMutex);
-    if (mutex && session.GroupLock != nullptr && session.GroupLock->File == fileHandle) {
+    const PatientClaimHold mutex(session.HeldGroupMutex);
+    if (session.GroupLock != nullptr && session.GroupLock->File == fileHandle) {
         ReleaseHeldGroup(session);
     }
 }

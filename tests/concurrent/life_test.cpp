@@ -19,14 +19,14 @@ void RequireDone(int32_t result, const StatusRecord& status) {
     }
 }
 
-void LockGroup(const OpenedFile& opened, uint32_t group, bool exclusive) {
+void LockGroup(const qx::File& file, uint32_t group, bool exclusive) {
     StatusRecord status{};
-    RequireDone(QXLockGroup(opened.File.Handle(), group, exclusive ? 1 : 0, &status), status);
+    RequireDone(QXLockGroup(file.Handle(), group, exclusive ? 1 : 0, &status), status);
 }
 
-void UnlockGroup(const OpenedFile& opened, uint32_t group) {
+void UnlockGroup(const qx::File& file, uint32_t group) {
     StatusRecord status{};
-    RequireDone(QXUnlockGroup(opened.File.Handle(), group, &status), status);
+    RequireDone(QXUnlockGroup(file.Handle(), group, &status), status);
 }
 
 void Rest(uint32_t microseconds) {
@@ -76,16 +76,16 @@ void LockAndUnlock(Crew::Member& member, SharedFile& file) {
         member.Step("opening a file to lock");
         OpenedFile opened(file.Library, file.Path());
         member.Step("locking a group");
-        LockGroup(opened, member.Below(3), member.OneIn(2));
+        LockGroup(opened.File, member.Below(3), member.OneIn(2));
         if (member.OneIn(2)) {
             member.Step("locking another group instead");
-            LockGroup(opened, member.Below(3), member.OneIn(2));
+            LockGroup(opened.File, member.Below(3), member.OneIn(2));
         }
         Rest(member.Below(5000));
         switch (member.Below(3)) {
             case 0:
                 member.Step("unlocking a group");
-                UnlockGroup(opened, 0);
+                UnlockGroup(opened.File, 0);
                 break;
             case 1:
                 member.Step("closing a handle with a group locked");
@@ -107,7 +107,7 @@ void HoldSelect(Crew::Member& member, SharedFile& file, Owner& owner) {
         const uint32_t holds = 1 + member.Below(3);
         for (uint32_t i = 0; i < holds; ++i) {
             member.Step("taking a select hold");
-            LockGroup(opened, kSelectHold, false);
+            LockGroup(opened.File, kSelectHold, false);
         }
         const uint32_t modulo = opened.File.Header().Modulo;
         for (int i = 0; i < 20; ++i) {
@@ -118,7 +118,7 @@ void HoldSelect(Crew::Member& member, SharedFile& file, Owner& owner) {
         }
         for (uint32_t i = member.Below(2); i < holds; ++i) {
             member.Step("releasing a select hold");
-            UnlockGroup(opened, kSelectHold);
+            UnlockGroup(opened.File, kSelectHold);
         }
     }
 }
@@ -284,6 +284,32 @@ TEST_P(ConcurrentLife, EverythingAtOnce) {
     crew_.Run();
     WorkerWitness(file_.Library, file_.Path() + "WITNESS").AwaitTurn();
     file_.Check();
+}
+
+// The session holds one group, whichever of its threads and handles took it last.
+TEST(ConcurrentGroupLock, IsGivenUpWhileItsHandleIsClosed) {
+    SharedFile file({256, 3, 2});
+    const SharedFile closedFile({256, 3, 2});
+    Crew crew(TestSeed());
+    const auto opened = file.OpenOwn();
+    crew.Add("closer", [&](Crew::Member& member) {
+        while (member.GoOn()) {
+            member.Step("locking a group through a handle of its own");
+            qx::File own = opened->Session.OpenFile(closedFile.Path());
+            LockGroup(own, member.Below(3), true);
+            member.Step("closing the handle");
+            own.Close();
+        }
+    });
+    crew.Add("locker", [&](Crew::Member& member) {
+        while (member.GoOn()) {
+            member.Step("locking a group through the common handle");
+            LockGroup(opened->File, member.Below(3), member.OneIn(2));
+            member.Step("unlocking it");
+            UnlockGroup(opened->File, 0);
+        }
+    });
+    crew.Run();
 }
 
 // Only the first clear of a file gives groups up, so every round has a file of its own.
