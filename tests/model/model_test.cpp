@@ -108,9 +108,11 @@ class ModelRun : ModelFile {
         most_ = std::max(most_, header.Modulo);
         least_ = std::min(least_, header.Modulo);
         if (model_.KnowsGroups()) {
-            // What a header shorter than 32 bytes lacks may be counted, once the stored value was that small.
-            const auto due = static_cast<uint32_t>(model_.Alpha(scenario_.HeaderLength, scenario_.FrameSize));
-            Require(header.Alpha - due <= 32u - scenario_.HeaderLength, "Alpha is off");
+            // A stored value is taken to lie between that of empty groups under a 32-byte header and that of full ones.
+            // Under a shorter header the first adds what is missing; the second takes it away again, which a walk
+            // that has counted exactly in between does not know.
+            const auto due = static_cast<int64_t>(model_.Alpha(scenario_.HeaderLength, scenario_.FrameSize));
+            Require(std::abs(header.Alpha - due) <= 32 - scenario_.HeaderLength, "Alpha is off");
             Require(header.Modulo == scenario_.Modulo, "Modulo has changed");
         }
     }
