@@ -77,14 +77,15 @@ void CheckCounts(const Options& options, ProblemList& problems, const Report& re
     const Header& header = report.header;
     // A stored Alpha below that of an empty file with a 32-byte header is read as that, whatever the header length, and
     // later changes build on the value read. The shorter headers may so carry their missing bytes as a surplus for
-    // good, and lack as much once a surplus that a walk has set right is cut off above.
+    // good.
     const uint64_t alpha = std::max(header.alpha, kLongestHeader + 1 + uint64_t{14} * (header.modulo - 1));
     const int64_t surplus = static_cast<int64_t>(kLongestHeader) - header.headerLength;
     const int64_t alphaMargin = int64_t{kAlphaMarginFrames} * header.frameSize * options.openProcesses;
     const int64_t alphaDrift = header.headerLength == 32
                                    ? static_cast<int64_t>(alpha - report.alpha)
                                    : static_cast<int32_t>(static_cast<uint32_t>(alpha - report.alpha));
-    if (std::abs(alphaDrift) > alphaMargin + surplus) {
+    const int64_t shortfall = options.allowCutSurplus ? surplus : 0;
+    if (alphaDrift < -alphaMargin - shortfall || alphaDrift > alphaMargin + surplus) {
         problems.Add({FileKind::Primary, 0, kAlphaOffset}, "Alpha is ", header.alpha, ", but the groups come to ",
                      report.alpha);
     }

@@ -24,6 +24,9 @@ struct Options {
     bool allowLeakedFrames = false;
     // After failed writes: allows any Alpha and RecordCount in the header.
     bool allowCountDrift = false;
+    // After walks that count exactly: under a header shorter than 32 bytes Alpha may lack what it had too much before,
+    // because a stored value above that of full groups is read as that.
+    bool allowCutSurplus = false;
     // How many processes have the file open. Each may keep changes of Alpha and RecordCount back, up to fixed margins.
     uint32_t openProcesses = 0;
     // Problems described; the rest are counted.

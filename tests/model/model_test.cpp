@@ -204,13 +204,11 @@ class ModelRun : ModelFile {
     // A file that is open is only looked at while nothing works on it by itself.
     void CheckSome() {
         if (model_.KnowsGroups() && source_.OneIn(2)) {
-            qx_check::Options options;
-            options.openProcesses = 1;
-            CheckDisk(options);
+            CheckDisk({.allowCutSurplus = true, .openProcesses = 1});
             return;
         }
         CloseAll();
-        CheckDisk({});
+        CheckDisk({.allowCutSurplus = true});
         OpenAll();
     }
 
