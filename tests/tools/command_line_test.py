@@ -1,20 +1,19 @@
 """The command line itself: help, wrong use, messages and exit statuses that all commands share."""
 import json
 import os
+import re
 import subprocess
 import unittest
 
 from tool_case import DONE, FAILURE, TOOL, WRONG_USE, ToolCase
 
-COMMANDS = ["create", "import", "compare", "get", "put", "delete", "group", "keys", "export", "dump", "load", "copy",
-            "header", "check", "map", "clear", "drop", "lock", "locks"]
-
 
 class CommandLine(ToolCase):
     def test_help_of_every_command_has_examples(self):
         overview = self.qx("--help").out
-        for command in COMMANDS:
-            self.assertRegex(overview, rf"\n  {command}  +\w")
+        commands = re.findall(r"\n  (\w+)  +\w", overview)
+        self.assertGreater(len(commands), 20)
+        for command in commands:
             text = self.qx(command, "--help").out
             self.assertIn(f"Usage: qx {command}", text)
             self.assertIn("\nExamples:\n  ", text)

@@ -72,6 +72,16 @@ class Copy(ToolCase):
         # None is given up while the file fills; the last records may bring some more.
         self.assertIn(self.header("C")["modulo"], range(fitted, fitted + fitted // 10))
 
+    def test_a_fitted_copy_of_an_old_version_may_come_from_larger_frames(self):
+        for records, frame in [({b"k": b"x" * 20_000}, 32768), ({}, 65535)]:
+            self.make("BIG", records, "--frame-size", "70000", "--modulo", "3", "--size-lock", "2")
+            self.qx("copy", "BIG", "B", "--version", "110", status=WRONG_USE)
+            self.qx("copy", "BIG", "B", "--version", "110", "--fit")
+            header = self.header("B")
+            self.assertEqual((header["version"], header["frameSize"], header["recordCount"]), (110, frame, len(records)))
+            for name in ["BIG", "B"]:
+                self.qx("drop", name, "--yes")
+
     def test_what_is_there_is_overwritten_only_when_asked(self):
         self.make("A", {b"k": b"new"})
         self.make("B", {b"k": b"old", b"l": b"old"})

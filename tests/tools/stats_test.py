@@ -60,6 +60,7 @@ class Stats(ToolCase):
         for arguments in (["--watch", "1"], [".", "--watch", "1"], ["A", "--watch", "0"], ["A", "--watch", "1", "--json"]):
             self.qx("stats", *arguments, status=WRONG_USE)
         self.qx("stats", "NONE", status=FAILURE)
+        self.assertIn("xxx: File name too long", self.qx("stats", "x" * 300, status=FAILURE).err)
         os.mkdir(self.path("empty"))
         self.assertIn("no hashed file", self.qx("stats", "empty", status=FAILURE).err)
 

@@ -29,7 +29,7 @@ struct Command {
     std::function<ExitStatus(Output& output)> Run;
 };
 
-/// Runs `body`, telling the user of a failed call as one on the hashed file `name`.
+/// Runs `body`, telling the user of a failed call as one on the hashed file or directory `name`.
 ExitStatus OnFile(const std::string& name, const std::function<ExitStatus()>& body);
 
 Command AddCreateCommand(CLI::App& root);

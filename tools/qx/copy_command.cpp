@@ -48,7 +48,6 @@ struct Amount {
 };
 
 void DeleteIfThere(const std::string& name) {
-    constexpr std::uint32_t kNoSuchFile = 231;
     Library library;
     Session session(library);
     try {

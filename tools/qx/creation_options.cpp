@@ -6,6 +6,7 @@
 #include "messages.h"
 #include "number_text.h"
 #include "sizing.h"
+#include "storage/layout/file_header.h"
 
 namespace qx::tool {
 
@@ -84,8 +85,9 @@ bool CreationOptions::Given() const {
     return modulo_ || frameSize_ || threshold_ || sizeLock_ || version_ || records_;
 }
 
-void CreationOptions::ExcludeSizing(CLI::Option& option) const {
-    option.excludes(moduloOption_)->excludes(frameSizeOption_)->excludes(for_);
+void CreationOptions::ExcludeSizing(CLI::Option& fit) {
+    fit.excludes(moduloOption_)->excludes(frameSizeOption_)->excludes(for_);
+    fit_ = &fit;
 }
 
 Creation CreationOptions::ForNew() const {
@@ -102,8 +104,11 @@ Creation CreationOptions::ForCopyOf(const CreateSettings& source) const {
     return Sized(settings);
 }
 
+bool CreationOptions::FrameSizeIsChosen() const {
+    return records_ || (fit_ != nullptr && fit_->count() != 0);
+}
+
 CreateSettings CreationOptions::Over(const CreateSettings& settings) const {
-    constexpr std::uint32_t kLargestFrame110 = 65535;
     CreateSettings over = {.Modulo = modulo_.value_or(settings.Modulo),
                            .FrameSize = frameSize_.value_or(settings.FrameSize),
                            .Threshold = threshold_.value_or(settings.Threshold),
@@ -111,8 +116,11 @@ CreateSettings CreationOptions::Over(const CreateSettings& settings) const {
                            .Version = version_.value_or(settings.Version)};
     Adjust(over.FrameSize, 256, UINT32_MAX, "--frame-size");
     Adjust(over.Threshold, 25, 255, "--threshold");
-    if (over.Version == 110 && over.FrameSize > kLargestFrame110 && !records_) {
-        throw WrongUse("--frame-size: version 110 holds frames of at most 65535 bytes");
+    if (over.Version == kVersion110 && over.FrameSize > kLargestFrame110) {
+        if (!FrameSizeIsChosen()) {
+            throw WrongUse("--frame-size: version 110 holds frames of at most 65535 bytes");
+        }
+        over.FrameSize = kLargestFrame110;  // for want of records to choose it for
     }
     return over;
 }

@@ -34,8 +34,8 @@ class CreationOptions {
     /// Whether the user gave any of them.
     bool Given() const;
 
-    /// Makes `option` one that cannot be given along with those that size the file.
-    void ExcludeSizing(CLI::Option& option) const;
+    /// Makes `fit`, an option that has the command size the file itself, one that those that do so exclude.
+    void ExcludeSizing(CLI::Option& fit);
 
     /// For a file that is made from nothing. Tells what it moves into range; throws WrongUse.
     Creation ForNew() const;
@@ -45,6 +45,7 @@ class CreationOptions {
     Creation ForCopyOf(const CreateSettings& source) const;
 
   private:
+    bool FrameSizeIsChosen() const;
     CreateSettings Over(const CreateSettings& settings) const;
     Creation Sized(const CreateSettings& settings) const;
 
@@ -58,6 +59,7 @@ class CreationOptions {
     CLI::Option* moduloOption_;
     CLI::Option* frameSizeOption_;
     CLI::Option* for_;
+    const CLI::Option* fit_ = nullptr;
 };
 
 }  // namespace qx::tool

@@ -11,7 +11,6 @@
 #include "command.h"
 #include "hex.h"
 #include "lock_places.h"
-#include "messages.h"
 #include "platform/ascii_case.h"
 #include "posix/locked_ranges.h"
 #include "storage/layout/file_header.h"
@@ -195,13 +194,10 @@ std::string Show(const Settings& settings, const Place& place) {
 
 ExitStatus Run(const Settings& settings, Output& output) {
     const std::string directory = settings.Directory->count() != 0 ? Text(*settings.Directory) : ".";
-    try {
+    return OnFile(directory, [&] {
         output.Write(Show(settings, PlaceOf(directory)));
         return ExitStatus::Done;
-    } catch (const fs::filesystem_error& error) {
-        Complain(directory + ": " + error.code().message());
-        return ExitStatus::Failure;
-    }
+    });
 }
 
 }  // namespace

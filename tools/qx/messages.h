@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <qx.hpp>
 #include <string>
 #include <string_view>
@@ -12,6 +13,9 @@ void WriteError(std::string_view text);
 
 /// Writes a line to standard error: "qx: " and the text.
 void Complain(std::string_view text);
+
+/// The code of an Error: there is no hashed file of the name.
+constexpr std::uint32_t kNoSuchFile = 231;
 
 /// A failed call in words: "The hashed file does not exist. (code 231)".
 std::string Describe(const qx::Error& error);

@@ -16,9 +16,10 @@ constexpr double kGoodVariance = 0.2;
 // What groups that are not split yet add to it, on average.
 constexpr double kSplitVariance = 0.02;
 
-constexpr std::uint32_t kSmallestFrame = 1024;
-constexpr std::uint32_t kLargestFrame110 = 32768;
-constexpr std::uint32_t kLargestFrame = 16 << 20;  // a call keeps several in memory
+// Of the frames that are advised.
+constexpr std::uint32_t kSmallest = 1024;
+constexpr std::uint32_t kLargestOfVersion110 = 32768;
+constexpr std::uint32_t kLargest = 16 << 20;  // a call keeps several in memory
 
 // Records of a group that is filled up to the threshold.
 double RecordsPerGroup(const SizingNeed& need, double frameSize) {
@@ -35,8 +36,8 @@ double Variance(const SizingNeed& need, double frameSize) {
 }  // namespace
 
 Sizing Advise(const SizingNeed& need) {
-    const std::uint32_t largest = need.Version < 120 ? kLargestFrame110 : kLargestFrame;
-    std::uint32_t frameSize = kSmallestFrame;
+    const std::uint32_t largest = need.Version < 120 ? kLargestOfVersion110 : kLargest;
+    std::uint32_t frameSize = kSmallest;
     while (frameSize < largest && Variance(need, frameSize) > kGoodVariance) {
         frameSize *= 2;
     }

@@ -2,7 +2,10 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
+#include <stdexcept>
 #include <string_view>
+#include <system_error>
 
 namespace qx::tool {
 
@@ -116,10 +119,15 @@ StatisticsReport ProcessStatistics() {
     return Session(library).Statistics(StatisticsKind::Process);
 }
 
-std::string ValueOf(const StatisticsReport& report, std::string_view label) {
+std::uint64_t NumberOf(const StatisticsReport& report, std::string_view label) {
     const auto found =
         std::find_if(report.begin(), report.end(), [&](const StatisticsEntry& entry) { return entry.Label == label; });
-    return found == report.end() ? "" : found->Value;
+    const std::string_view text = found == report.end() ? "" : std::string_view(found->Value);
+    std::uint64_t number = 0;
+    if (std::from_chars(text.data(), text.data() + text.size(), number).ec != std::errc()) {
+        throw std::runtime_error("the report has no number for " + std::string(label));
+    }
+    return number;
 }
 
 std::string StatisticsTable(const StatisticsReport& report) {

@@ -81,6 +81,9 @@ void Pause(std::uint32_t seconds) {
 }
 
 ExitStatus Watch(const std::string& name, std::uint32_t seconds, Output& output) {
+    if (fs::is_directory(name)) {
+        throw WrongUse("--watch is for a hashed file, not for a directory");
+    }
     WatchForInterrupt();
     HashedFile file(name, {.ReadOnly = true});
     output.WriteLine(Aligned("records") + Aligned("/s") + Aligned("load bytes") + Aligned("/s") + Aligned("groups") +
@@ -92,7 +95,7 @@ ExitStatus Watch(const std::string& name, std::uint32_t seconds, Output& output)
         std::vector<double> now;
         std::string line;
         for (const std::string_view label : kWatched) {
-            const std::uint64_t value = std::stoull(ValueOf(report, label));
+            const std::uint64_t value = NumberOf(report, label);
             now.push_back(static_cast<double>(value));
             const std::size_t i = now.size() - 1;
             line += Aligned(Grouped(value)) + Aligned(before.empty() ? "" : Change(before[i], now[i], seconds));
@@ -108,7 +111,7 @@ ExitStatus Watch(const std::string& name, std::uint32_t seconds, Output& output)
 ExitStatus Run(const Settings& settings, Output& output) {
     const std::string subject = Text(*settings.Subject);
     const bool json = settings.Json->count() != 0;
-    if (settings.WatchSeconds != 0 && (subject.empty() || json || fs::is_directory(subject))) {
+    if (settings.WatchSeconds != 0 && (subject.empty() || json)) {
         throw WrongUse("--watch is for a hashed file, and not for --json");
     }
     const auto write = [&](const StatisticsReport& report) {

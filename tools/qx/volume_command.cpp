@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <filesystem>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -15,8 +14,6 @@
 namespace qx::tool {
 
 namespace {
-
-namespace fs = std::filesystem;
 
 struct Arguments {
     explicit Arguments(CLI::App& app)
@@ -156,15 +153,12 @@ std::string Describe(const Place& place, const ParameterFile& file) {
 }
 
 ExitStatus Run(const Arguments& arguments, Output& output) {
-    const std::string directory = Text(*arguments.Directory);
-    try {
-        const Place place = PlaceOf(directory.empty() ? "." : directory);
+    const std::string directory = arguments.Directory->count() != 0 ? Text(*arguments.Directory) : ".";
+    return OnFile(directory, [&] {
+        const Place place = PlaceOf(directory);
         output.Write(Describe(place, FindParameterFile(place)));
         return ExitStatus::Done;
-    } catch (const fs::filesystem_error& error) {
-        Complain(directory + ": " + error.code().message());
-        return ExitStatus::Failure;
-    }
+    });
 }
 
 }  // namespace
