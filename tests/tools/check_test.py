@@ -1,10 +1,13 @@
 """qx check and qx map: every kind of damage is told in words, and what is drawn and advised fits the file."""
+import fcntl
 import os
 import pty
 import random
 import re
+import signal
 import struct
 import subprocess
+import time
 import unittest
 import xml.dom.minidom
 
@@ -118,6 +121,28 @@ Overflow file    (\d+) frames: 4 in chains, (\d+) free \(listed in \d frames\)
         self.assertIn("(code 231)", result.err)
         self.assertIn("A: in order", result.out)
         self.qx("check", "B", "A", status=DAMAGED)
+
+    def test_an_interrupt_ends_it(self):
+        self.qx("check", "A")
+        with open(self.path("MOXLOCKS"), "r+b") as locks:
+            groups = re.search(r"(\w+)-\w+  groups 0-2 of A", self.qx("locks", ".", "--file", "A").out).group(1)
+            for command in ["check", "map"]:
+                # It waits for somebody who locks a group until it has got the signal.
+                fcntl.lockf(locks, fcntl.LOCK_EX | fcntl.LOCK_NB, 1, (0xFFFFFFFF00000000 + int(groups, 16)) % 2**63)
+                with subprocess.Popen([TOOL, command, "A"], cwd=self.directory, stdout=subprocess.PIPE,
+                                      stderr=subprocess.PIPE) as process:
+                    while not self.catches(process.pid, signal.SIGINT):
+                        time.sleep(0.001)
+                    process.send_signal(signal.SIGINT)
+                    fcntl.lockf(locks, fcntl.LOCK_UN)
+                    _, err = process.communicate(timeout=60)
+                self.assertEqual((process.returncode, err), (FAILURE, b"qx: interrupted\n"), command)
+
+    @staticmethod
+    def catches(process, number):
+        with open(f"/proc/{process}/status") as status:
+            caught = next(line for line in status if line.startswith("SigCgt"))
+        return int(caught.split()[1], 16) >> (number - 1) & 1
 
     def test_a_wrong_count_is_told(self):
         self.damage("LK", 22, struct.pack("<I", 77))

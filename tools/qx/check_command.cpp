@@ -1,7 +1,8 @@
 #include <algorithm>
+#include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "arguments.h"
@@ -11,11 +12,10 @@
 #include "file_load.h"
 #include "file_scan.h"
 #include "group_totals.h"
-#include "hashed_file.h"
 #include "interrupt.h"
-#include "long_job.h"
 #include "number_text.h"
 #include "sizing.h"
+#include "storage/layout/file_header.h"
 
 namespace qx::tool {
 
@@ -110,69 +110,55 @@ std::string Advice(const std::string& name, const HeaderValues& header, const Gr
     } else {
         return text + "has many records in few groups because of their keys; see qx map";
     }
-    constexpr std::uint32_t kLargestFrame110 = 65535;
-    const bool needs120 = header.Version < 120 && sizing.FrameSize > kLargestFrame110;
+    const bool needs120 = header.Version < kVersion120 && sizing.FrameSize > kLargestFrame110;
     return text + ". With " + Counted(sizing.Modulo, "group") + " of " + Counted(sizing.FrameSize, "byte") +
            " a read would visit " + OneDecimal(sizing.Visits) + " frames: qx copy " + name + " NEW --fit" +
            (needs120 ? " --version 120" : "");
 }
 
-class Check {
-  public:
-    Check(std::string name, Output& output) : name_(std::move(name)), output_(output) {}
-
-    ExitStatus Run() {
-        HashedFile file(name_, {.ReadOnly = true});
-        const ExitStatus status = RunJob(
-            progress_, [&] { return name_; }, [&] { CheckFile(*file.operator->()); });
-        return status == ExitStatus::Done && damaged_ ? ExitStatus::NotFound : status;
+// Returns whether there is damage.
+bool Check(const std::string& name, FileScan& scan, ProgressLine& progress, Output& output) {
+    bool damaged = false;
+    const auto tell = [&](std::optional<std::uint32_t> group, const Damage& damage) {
+        damaged = true;
+        progress.Clear();
+        output.WriteLine(name + ": " + DamageText(group, damage));
+    };
+    if (scan.FileDamage()) {
+        tell(std::nullopt, *scan.FileDamage());
     }
-
-  private:
-    void CheckFile(File& file) {
-        FileScan scan(file);
-        if (scan.FileDamage()) {
-            Tell(DamageText(std::nullopt, *scan.FileDamage()));
-        }
-        if (!scan.HasGroups()) {
-            return;
-        }
-        GroupTotals totals;
-        scan.ForEachGroup(progress_, [&](std::uint32_t group, const GroupVerification& result) {
-            if (result.Damage) {
-                Tell(DamageText(group, *result.Damage));
-            }
-            totals.Add(scan.Header(), group, result);
-        });
-        progress_.Clear();
-        output_.WriteLine(name_ + ": " +
-                          (totals.Damaged > 0 ? Counted(totals.Damaged, "damaged group")
-                           : damaged_         ? "all groups are in order"
-                                              : "in order"));
-        output_.Write(Summary(scan, totals));
-        const std::string advice = Advice(name_, scan.Header(), totals);
-        if (!advice.empty()) {
-            output_.WriteLine(advice);
-        }
+    if (!scan.HasGroups()) {
+        return damaged;
     }
-
-    void Tell(const std::string& problem) {
-        damaged_ = true;
-        progress_.Clear();
-        output_.WriteLine(name_ + ": " + problem);
+    GroupTotals totals;
+    scan.ForEachGroup(progress, [&](std::uint32_t group, const GroupVerification& result) {
+        if (result.Damage) {
+            tell(group, *result.Damage);
+        }
+        totals.Add(scan.Header(), group, result);
+    });
+    progress.Clear();
+    output.WriteLine(name + ": " +
+                     (totals.Damaged > 0 ? Counted(totals.Damaged, "damaged group")
+                      : damaged          ? "all groups are in order"
+                                         : "in order"));
+    output.Write(Summary(scan, totals));
+    const std::string advice = Advice(name, scan.Header(), totals);
+    if (!advice.empty()) {
+        output.WriteLine(advice);
     }
-
-    const std::string name_;
-    Output& output_;
-    ProgressLine progress_{true, "group"};
-    bool damaged_ = false;
-};
+    return damaged;
+}
 
 ExitStatus Run(const Settings& settings, Output& output) {
     WatchForInterrupt();
     ExitStatus status = ExitStatus::Done;
     for (const std::string& name : Texts(*settings.Files)) {
-        status = std::max(status, OnFile(name, [&] { return Check(name, output).Run(); }));
+        status = std::max(status, OnFile(name, [&] {
+                              return ScanFile(name, [&](FileScan& scan, ProgressLine& progress) {
+                                  return Check(name, scan, progress, output);
+                              });
+                          }));
         if (InterruptRequested()) {
             break;
         }

@@ -1,37 +1,19 @@
 #include "file_scan.h"
 
-#include <qx.h>
-
+#include "hashed_file.h"
 #include "interrupt.h"
+#include "long_job.h"
 
 namespace qx::tool {
 
-namespace {
-
-constexpr std::uint32_t kNumberOfGroups = 0xFFFFFFFE;  // for QXLockGroup: keeps it still
-
-}  // namespace
-
-FileScan::FileScan(File& file) : file_(file), verification_(file.Verify()) {
+FileScan::FileScan(File& file) : verification_(file.Verify()) {
     if (!HasGroups()) {
         return;
     }
     if (FileDamage()) {
-        // The verification keeps nothing still then.
-        StatusRecord status{};
-        if (QXLockGroup(file.Handle(), kNumberOfGroups, 0, &status) == 0) {
-            throw Error(status);
-        }
-        held_ = true;
+        hold_.emplace(file);
     }
     header_ = file.Header();
-}
-
-FileScan::~FileScan() {
-    if (held_) {
-        StatusRecord ignored;
-        QXUnlockGroup(file_.Handle(), kNumberOfGroups, &ignored);
-    }
 }
 
 bool FileScan::HasGroups() const {
@@ -52,6 +34,19 @@ void FileScan::ForEachGroup(ProgressLine& progress,
         body(group, verification_.Group(group));
         progress.Show(group + std::uint64_t{1}, group + std::uint64_t{1}, header_.Modulo);
     }
+}
+
+ExitStatus ScanFile(const std::string& name, const std::function<bool(FileScan& scan, ProgressLine& progress)>& body) {
+    HashedFile file(name, {.ReadOnly = true});
+    ProgressLine progress(true, "group");
+    bool damaged = false;
+    const ExitStatus status = RunJob(
+        progress, [&] { return name; },
+        [&] {
+            FileScan scan(*file);
+            damaged = body(scan, progress);
+        });
+    return status == ExitStatus::Done && damaged ? ExitStatus::NotFound : status;
 }
 
 }  // namespace qx::tool

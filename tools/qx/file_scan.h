@@ -4,7 +4,10 @@
 #include <functional>
 #include <optional>
 #include <qx.hpp>
+#include <string>
 
+#include "command.h"
+#include "group_count_hold.h"
 #include "progress_line.h"
 
 namespace qx::tool {
@@ -13,9 +16,6 @@ namespace qx::tool {
 class FileScan {
   public:
     explicit FileScan(File& file);
-    FileScan(const FileScan&) = delete;
-    FileScan& operator=(const FileScan&) = delete;
-    ~FileScan();
 
     /// What is wrong with the file as a whole.
     const std::optional<Damage>& FileDamage() const { return verification_.Damage(); }
@@ -33,10 +33,13 @@ class FileScan {
     const HeaderValues& Header() const { return header_; }
 
   private:
-    File& file_;
     FileVerification verification_;
-    HeaderValues header_;  // known if there are groups
-    bool held_ = false;
+    HeaderValues header_;                 // known if there are groups
+    std::optional<GroupCountHold> hold_;  // of a damaged file, as its verification keeps nothing still
 };
+
+/// Has `body` look through the hashed file `name`; it returns whether there is damage. Failures and interrupts are told
+/// in place of the progress.
+ExitStatus ScanFile(const std::string& name, const std::function<bool(FileScan& scan, ProgressLine& progress)>& body);
 
 }  // namespace qx::tool

@@ -1,24 +1,12 @@
 #include "filling.h"
 
-#include <qx.h>
-
 #include "file_load.h"
 
 namespace qx::tool {
 
-namespace {
-
-constexpr std::uint32_t kNumberOfGroups = 0xFFFFFFFE;  // what QXLockGroup holds still
-
-}  // namespace
-
 Filling::Filling(File& file) : file_(file) {
     if (WouldShrink()) {
-        StatusRecord status{};
-        if (QXLockGroup(file_.Handle(), kNumberOfGroups, 0, &status) == 0) {
-            throw Error(status);
-        }
-        holds_ = true;
+        hold_.emplace(file_);
     }
 }
 
@@ -28,15 +16,7 @@ bool Filling::WouldShrink() const {
 
 void Filling::Look() {
     if (!WouldShrink()) {
-        LetGo();
-    }
-}
-
-void Filling::LetGo() noexcept {
-    if (holds_) {
-        StatusRecord ignored;
-        QXUnlockGroup(file_.Handle(), kNumberOfGroups, &ignored);
-        holds_ = false;
+        hold_.reset();
     }
 }
 

@@ -1,8 +1,11 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <qx.hpp>
 #include <string_view>
+
+#include "group_count_hold.h"
 
 namespace qx::tool {
 
@@ -12,13 +15,10 @@ class Filling {
   public:
     /// Throws what reading the header can fail with.
     explicit Filling(File& file);
-    Filling(const Filling&) = delete;
-    Filling& operator=(const Filling&) = delete;
-    ~Filling() { LetGo(); }
 
     void Write(std::string_view key, std::string_view record) {
         file_.Write(key, record);
-        if (holds_ && ++written_ % kWritesBetweenLooks == 0) {
+        if (hold_ && ++written_ % kWritesBetweenLooks == 0) {
             Look();
         }
     }
@@ -28,10 +28,9 @@ class Filling {
 
     bool WouldShrink() const;
     void Look();
-    void LetGo() noexcept;
 
     File& file_;
-    bool holds_ = false;
+    std::optional<GroupCountHold> hold_;
     std::uint64_t written_ = 0;
 };
 

@@ -2,24 +2,26 @@
 
 #include <algorithm>
 
+#include "storage/layout/file_header.h"
+#include "storage/layout/frame_header.h"
+
 namespace qx::tool {
 
 namespace {
 
-constexpr std::uint64_t kFrameHeader = 13;
-constexpr std::uint64_t kOverflowHeader = 14;
-
 std::uint64_t HeaderLength(const HeaderValues& header, std::uint32_t group) {
     if (group > 0) {
-        return kFrameHeader;
+        return kPrimaryHeaderLength;
     }
-    return header.Version >= 120 ? 32 : header.Version >= 110 ? 26 : 22;
+    return header.Version >= kVersion120   ? kHeaderLength120
+           : header.Version >= kVersion110 ? kHeaderLength110
+                                           : kHeaderLength100;
 }
 
 }  // namespace
 
 std::uint64_t UsedBytes(const HeaderValues& header, const GroupMeasures& measures) {
-    const std::uint64_t room = header.FrameSize + measures.OverflowFrames * (header.FrameSize - kOverflowHeader);
+    const std::uint64_t room = header.FrameSize + measures.OverflowFrames * (header.FrameSize - kOverflowHeaderLength);
     return room - measures.FreeBytes + 1;
 }
 

@@ -1,7 +1,9 @@
 #include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <fstream>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 
@@ -10,9 +12,7 @@
 #include "damage_text.h"
 #include "file_scan.h"
 #include "group_map.h"
-#include "hashed_file.h"
 #include "interrupt.h"
-#include "long_job.h"
 #include "map_svg.h"
 #include "map_text.h"
 #include "messages.h"
@@ -58,63 +58,44 @@ void Save(const std::string& path, const std::string& text) {
     }
 }
 
-std::string Caption(const std::string& name, const GroupMap& map) {
+std::string Caption(const std::string& name, const GroupMap& map, const std::string& cell) {
     return name + ": " + Counted(map.Header().Modulo, "group") + " with frames of " +
            Counted(map.Header().FrameSize, "byte") + ", " + Counted(map.Totals().Records, "record") +
-           (map.GroupsPerCell() == 1 ? "" : "; a sign is " + Grouped(map.GroupsPerCell()) + " groups");
+           (map.GroupsPerCell() == 1 ? "" : "; a " + cell + " is " + Grouped(map.GroupsPerCell()) + " groups");
 }
 
-class Drawing {
-  public:
-    Drawing(const Settings& settings, Output& output)
-        : settings_(settings), name_(Text(*settings.File)), output_(output) {}
-
-    ExitStatus Run() {
-        HashedFile file(name_, {.ReadOnly = true});
-        const ExitStatus status = RunJob(
-            progress_, [&] { return name_; }, [&] { Draw(*file.operator->()); });
-        return status == ExitStatus::Done && damaged_ ? ExitStatus::NotFound : status;
+// Returns whether there is damage.
+bool Draw(const Settings& settings, const std::string& name, FileScan& scan, ProgressLine& progress, Output& output) {
+    if (scan.FileDamage()) {
+        Complain(name + ": " + DamageText(std::nullopt, *scan.FileDamage()));
     }
-
-  private:
-    void Draw(File& file) {
-        FileScan scan(file);
-        if (scan.FileDamage()) {
-            damaged_ = true;
-            Complain(name_ + ": " + DamageText(std::nullopt, *scan.FileDamage()));
-        }
-        if (!scan.HasGroups()) {
-            return;
-        }
-        const bool asSvg = settings_.Svg->count() != 0;
-        const std::uint64_t cells =
-            asSvg ? kMostSvgCells : MapTextShape(scan.Header().Modulo, settings_.Width).MostCells;
-        GroupMap map(scan.Header(), cells);
-        scan.ForEachGroup(progress_,
-                          [&](std::uint32_t group, const GroupVerification& result) { map.Add(group, result); });
-        progress_.Clear();
-        if (asSvg) {
-            Save(Text(*settings_.Svg), MapSvg(map, name_));
-        } else {
-            output_.WriteLine(Caption(name_, map));
-            output_.Write(MapText(map, settings_.Width, IsTerminal(Stream::Output)));
-        }
-        if (map.Totals().Damaged > 0) {
-            damaged_ = true;
-            Complain(name_ + ": " + Counted(map.Totals().Damaged, "damaged group") + "; see qx check");
-        }
+    if (!scan.HasGroups()) {
+        return true;
     }
-
-    const Settings& settings_;
-    const std::string name_;
-    Output& output_;
-    ProgressLine progress_{true, "group"};
-    bool damaged_ = false;
-};
+    const bool asSvg = settings.Svg->count() != 0;
+    const std::uint64_t cells = asSvg ? kMostSvgCells : MapTextShape(scan.Header().Modulo, settings.Width).MostCells;
+    GroupMap map(scan.Header(), cells);
+    scan.ForEachGroup(progress, [&](std::uint32_t group, const GroupVerification& result) { map.Add(group, result); });
+    progress.Clear();
+    if (asSvg) {
+        Save(Text(*settings.Svg), MapSvg(map, Caption(name, map, "cell")));
+    } else {
+        output.WriteLine(Caption(name, map, "sign"));
+        output.Write(MapText(map, settings.Width, IsTerminal(Stream::Output)));
+    }
+    if (map.Totals().Damaged > 0) {
+        Complain(name + ": " + Counted(map.Totals().Damaged, "damaged group") + "; see qx check");
+    }
+    return scan.FileDamage() || map.Totals().Damaged > 0;
+}
 
 ExitStatus Run(const Settings& settings, Output& output) {
     WatchForInterrupt();
-    return OnFile(Text(*settings.File), [&] { return Drawing(settings, output).Run(); });
+    const std::string name = Text(*settings.File);
+    return OnFile(name, [&] {
+        return ScanFile(
+            name, [&](FileScan& scan, ProgressLine& progress) { return Draw(settings, name, scan, progress, output); });
+    });
 }
 
 }  // namespace

@@ -55,7 +55,7 @@ std::string About(const GroupMap& map, std::size_t index) {
 
 }  // namespace
 
-std::string MapSvg(const GroupMap& map, const std::string& name) {
+std::string MapSvg(const GroupMap& map, const std::string& caption) {
     const std::vector<MapCell>& cells = map.Cells();
     const std::size_t room = kWidth - 2 * kMargin;
     // Cells are square: as many columns as give about 16 to 10.
@@ -64,11 +64,7 @@ std::string MapSvg(const GroupMap& map, const std::string& name) {
     const std::size_t columns = room / side;
     std::size_t y = kMargin + kLine;
 
-    std::string body =
-        TextAt(kMargin, kMargin + kLine / 2,
-               name + ": " + Counted(map.Header().Modulo, "group") + " with frames of " +
-                   Counted(map.Header().FrameSize, "byte") + ", " + Counted(map.Totals().Records, "record") +
-                   "; a cell is " + Counted(map.GroupsPerCell(), "group"));
+    std::string body = TextAt(kMargin, kMargin + kLine / 2, caption);
     for (std::size_t i = 0; i < cells.size(); ++i) {
         body += Rectangle(kMargin + i % columns * side, y + i / columns * side, side - (side > 4 ? 1 : 0),
                           side - (side > 4 ? 1 : 0), map.ShadeOf(cells[i]).Colour, About(map, i));

@@ -11,6 +11,6 @@ namespace qx::tool {
 constexpr std::uint64_t kMostSvgCells = 6000;
 
 /// The same picture as a drawing, every cell of which tells more when it is pointed at.
-std::string MapSvg(const GroupMap& map, const std::string& name);
+std::string MapSvg(const GroupMap& map, const std::string& caption);
 
 }  // namespace qx::tool
