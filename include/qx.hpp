@@ -28,7 +28,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
-#include <mutex>
+#include <memory>
 #include <new>
 #include <optional>
 #include <qx.h>
@@ -134,30 +134,30 @@ struct alignas(64) Block {
 
     std::array<Slot, kSlots> Slots;
     std::uint32_t Index = 0;
-    Block* NextFree = nullptr;
+    std::atomic<bool> IsTaken{false};
 };
 
 /// Every block of the process, found by number without a lock and from any thread. Buffer object n is slot n mod kSlots
 /// of block n / kSlots. Blocks live in chunks of doubling size, which stay where they are until the process ends;
-/// threads take blocks and give them back.
+/// threads take blocks and give them back. No lock guards them, as it might be held when the process forks; what other
+/// threads have taken then stays taken in the new process.
 class BufferTable {
   public:
     /// Throws std::bad_alloc.
     Block* Acquire() {
-        const std::lock_guard lock(mutex_);
-        if (firstFree_ == nullptr) {
-            AddChunk();
+        for (std::uint32_t chunk = 0; chunk < kChunks; ++chunk) {
+            Block* const blocks = MakeChunk(chunk);
+            for (std::uint32_t i = 0; i < 1U << chunk; ++i) {
+                std::atomic<bool>& isTaken = blocks[i].IsTaken;
+                if (!isTaken.load(std::memory_order_relaxed) && !isTaken.exchange(true, std::memory_order_acquire)) {
+                    return &blocks[i];
+                }
+            }
         }
-        Block* block = firstFree_;
-        firstFree_ = block->NextFree;
-        return block;
+        throw std::bad_alloc();
     }
 
-    void Release(Block* block) noexcept {
-        const std::lock_guard lock(mutex_);
-        block->NextFree = firstFree_;
-        firstFree_ = block;
-    }
+    void Release(Block* block) noexcept { block->IsTaken.store(false, std::memory_order_release); }
 
     /// Null when no such buffer object was ever handed out.
     const Slot* Find(std::uint32_t buffer) const noexcept {
@@ -168,28 +168,25 @@ class BufferTable {
     }
 
   private:
-    void AddChunk() {
-        if (chunkCount_ == kChunks) {
-            throw std::bad_alloc();
+    /// The blocks of the chunk, which are made if nobody has done so.
+    Block* MakeChunk(std::uint32_t chunk) {
+        Block* there = chunks_[chunk].load(std::memory_order_acquire);
+        if (there != nullptr) {
+            return there;
         }
-        const std::uint32_t count = 1U << chunkCount_;
-        auto* blocks = new Block[count];
+        const std::uint32_t count = 1U << chunk;
+        std::unique_ptr<Block[]> made(new Block[count]);
         for (std::uint32_t i = 0; i < count; ++i) {
-            blocks[i].Index = count - 1 + i;
-            blocks[i].NextFree = i + 1 < count ? &blocks[i + 1] : nullptr;
+            made[i].Index = count - 1 + i;
         }
-        firstFree_ = blocks;
-        chunks_[chunkCount_].store(blocks, std::memory_order_release);
-        ++chunkCount_;
+        return chunks_[chunk].compare_exchange_strong(there, made.get(), std::memory_order_acq_rel) ? made.release()
+                                                                                                    : there;
     }
 
     // So many chunks hold the blocks whose buffer objects 32 bits can number, less one, whose chunk is never made.
-    static constexpr std::size_t kChunks = 30;
+    static constexpr std::uint32_t kChunks = 30;
 
     std::array<std::atomic<Block*>, kChunks + 1> chunks_{};
-    std::size_t chunkCount_ = 0;
-    std::mutex mutex_;  // guards the free list and the making of chunks
-    Block* firstFree_ = nullptr;
 };
 
 inline constinit BufferTable bufferTable;
