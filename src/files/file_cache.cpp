@@ -7,23 +7,64 @@
 
 namespace qx {
 
-namespace {
+// The files that may be closed while they are idle, in the order in which they last became so. A file in use keeps its
+// place: most files are used and idle by turns, and the one at the head comes back to it.
+struct IdleOrder {
+    SpinLock Lock;                            // everything below
+    std::atomic<CachedFile*> Head = nullptr;  // idle most recently; read without the lock to see that nothing changes
+    CachedFile* Tail = nullptr;               // idle longest
 
-struct IdleList {
-    SpinLock Lock;
-    CachedFile* Head = nullptr;  // idle most recently
-    CachedFile* Tail = nullptr;  // idle longest
+    void Link(CachedFile& entry) {
+        entry.previous_ = nullptr;
+        entry.next_ = Head;
+        (entry.next_ == nullptr ? Tail : entry.next_->previous_) = &entry;
+        Head = &entry;
+        entry.listed_ = true;
+    }
 
-    // Under the lock.
     void Unlink(CachedFile& entry) {
-        (entry.IdlePrevious == nullptr ? Head : entry.IdlePrevious->IdleNext) = entry.IdleNext;
-        (entry.IdleNext == nullptr ? Tail : entry.IdleNext->IdlePrevious) = entry.IdlePrevious;
-        entry.IdlePrevious = nullptr;
-        entry.IdleNext = nullptr;
+        if (entry.previous_ == nullptr) {
+            Head = entry.next_;
+        } else {
+            entry.previous_->next_ = entry.next_;
+        }
+        (entry.next_ == nullptr ? Tail : entry.next_->previous_) = entry.previous_;
+        entry.listed_ = false;
+    }
+
+    void MoveToHead(CachedFile& entry) {
+        if (Head.load(std::memory_order_relaxed) == &entry) {
+            return;
+        }
+        const SpinHold hold(Lock);
+        if (entry.listed_) {
+            Unlink(entry);
+            Link(entry);
+        }
+    }
+
+    // The mutex of the file that has been idle longest of those whose mutex is free, which are shut and unlinked.
+    // Everybody else takes a file's mutex before the lock; here it is the other way round, which cannot deadlock
+    // because the mutex is only tried.
+    CachedFile* TakeLongestIdle(ClaimMutex::Node& node) {
+        const SpinHold hold(Lock);
+        for (CachedFile* entry = Tail; entry != nullptr; entry = entry->previous_) {
+            if (entry->UserCount() != 0 || !entry->Mutex.TryClaim(node)) {
+                continue;
+            }
+            if (entry->Shut()) {
+                Unlink(*entry);
+                return entry;
+            }
+            entry->Mutex.Release(node);
+        }
+        return nullptr;
     }
 };
 
-constinit IdleList idleList;
+namespace {
+
+constinit IdleOrder idleOrder;
 
 template <class Operation>
 FileResult RetryWithoutIdleFiles(Operation&& operation) {
@@ -46,6 +87,37 @@ FileResult OpenEntry(CachedFile& entry, Open&& open) {
 }
 
 }  // namespace
+
+bool CachedFile::Join() {
+    uint32_t users = users_.load(std::memory_order_relaxed);
+    while ((users & kShut) == 0) {
+        if (users_.compare_exchange_weak(users, users + 1, std::memory_order_acquire, std::memory_order_relaxed)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+void CachedFile::Leave() {
+    if ((users_.fetch_sub(1, std::memory_order_release) & ~kShut) == 1) {
+        idleOrder.MoveToHead(*this);
+    }
+}
+
+void CachedFile::Admit() {
+    AddUser();
+    users_.fetch_and(~kShut, std::memory_order_release);
+}
+
+bool CachedFile::Shut() {
+    uint32_t users = users_.load(std::memory_order_relaxed);
+    while ((users & ~kShut) == 0) {
+        if (users_.compare_exchange_weak(users, kShut, std::memory_order_acquire, std::memory_order_relaxed)) {
+            return true;
+        }
+    }
+    return false;
+}
 
 FileResult CacheFileExists(std::string_view name) {
     return RetryWithoutIdleFiles([&] { return OsFileExists(name); });
@@ -90,34 +162,23 @@ void CacheCloseFile(CachedFile& entry) {
     theProcessCounters.Leave(Counter::ActiveFileHandles);
 }
 
-void IdleListAdd(CachedFile& entry) {
-    const SpinHold hold(idleList.Lock);
-    entry.IdlePrevious = nullptr;
-    entry.IdleNext = idleList.Head;
-    (idleList.Head == nullptr ? idleList.Tail : idleList.Head->IdlePrevious) = &entry;
-    idleList.Head = &entry;
+void LetCloseWhenIdle(CachedFile& entry) {
+    const SpinHold hold(idleOrder.Lock);
+    idleOrder.Link(entry);
 }
 
-void IdleListRemove(CachedFile& entry) {
-    const SpinHold hold(idleList.Lock);
-    idleList.Unlink(entry);
+void CloseShared(CachedFile& entry) {
+    entry.Shut();
+    {
+        const SpinHold hold(idleOrder.Lock);
+        idleOrder.Unlink(entry);
+    }
+    CacheCloseFile(entry);
 }
 
-// Everybody else takes an entry's mutex before the list's lock; here it is the other way round, which cannot deadlock
-// because the mutex is only tried.
 bool CloseOneIdleFile() {
     ClaimMutex::Node node;
-    CachedFile* found = nullptr;
-    {
-        const SpinHold hold(idleList.Lock);
-        for (CachedFile* entry = idleList.Tail; entry != nullptr; entry = entry->IdlePrevious) {
-            if (entry->Mutex.TryClaim(node)) {
-                idleList.Unlink(*entry);
-                found = entry;
-                break;
-            }
-        }
-    }
+    CachedFile* found = idleOrder.TakeLongestIdle(node);
     if (found == nullptr) {
         return false;
     }
@@ -127,7 +188,7 @@ bool CloseOneIdleFile() {
 }
 
 void ForgetIdleFiles() {
-    new (&idleList) IdleList;
+    new (&idleOrder) IdleOrder;
 }
 
 }  // namespace qx

@@ -1,5 +1,5 @@
-// The operating-system files that the process has open, at most one handle for each, and the idle ones among them,
-// which are closed when the process runs out of handles.
+// The operating-system files that the process has open, at most one handle for each. Those that no call uses are idle,
+// and are closed when the process runs out of handles.
 #pragma once
 
 #include <atomic>
@@ -12,16 +12,41 @@
 
 namespace qx {
 
-// One file that is or may be open. Its owner counts the calls that use it; an open file that no call uses is idle.
-struct CachedFile {
-    ClaimMutex Mutex;  // attaching, detaching and closing
-    CachedFile* IdlePrevious = nullptr;
-    CachedFile* IdleNext = nullptr;
+// One file that is or may be open.
+//
+// Calls join its users and leave them again without a lock, so that those of several threads do not queue up for it.
+// Only a file that is shut has to be made ready first, by somebody who owns its mutex; and only a file without users
+// can be shut.
+class CachedFile {
+  public:
+    ClaimMutex Mutex;                           // opening, shutting and closing
     std::atomic<OsHandle> Handle{kNoOsHandle};  // changed under the mutex
-
-    uint64_t MarkerPosition = 0;  // of the byte lock that marks the handle; 0: not marked
+    uint64_t MarkerPosition = 0;                // of the byte lock that marks the handle; 0: not marked
 
     bool IsOpen() const { return Handle != kNoOsHandle; }
+
+    // One user more; false when the file is shut.
+    bool Join();
+    // One user less. The last one makes the file the one that has become idle most recently.
+    void Leave();
+    uint32_t UserCount() const { return users_ & ~kShut; }
+
+    // By the owner of the mutex, once the file is open. AddUser does not care whether the file is shut and leaves it
+    // so; Admit ends that.
+    void AddUser() { ++users_; }
+    void Admit();
+    // By the owner of the mutex; false when there are users.
+    bool Shut();
+
+  private:
+    friend struct IdleOrder;
+
+    static constexpr uint32_t kShut = 0x8000'0000;
+
+    std::atomic<uint32_t> users_{kShut};
+    CachedFile* previous_ = nullptr;  // in the order in which they became idle
+    CachedFile* next_ = nullptr;
+    bool listed_ = false;
 };
 
 // Each of these closes idle files and tries again while the process has no handle to spare.
@@ -37,9 +62,10 @@ FileResult TakeUserSlotMarker(CachedFile& entry, uint32_t userSlot, Access acces
 
 void CacheCloseFile(CachedFile& entry);
 
-// The caller owns the entry's mutex.
-void IdleListAdd(CachedFile& entry);
-void IdleListRemove(CachedFile& entry);
+// An open file that may be closed while it is idle. The caller owns its mutex.
+void LetCloseWhenIdle(CachedFile& entry);
+// Shuts and closes such a file, which has no users. The caller owns its mutex.
+void CloseShared(CachedFile& entry);
 
 // Closes the file that has been idle longest and whose mutex is free; false when there is none.
 bool CloseOneIdleFile();

@@ -1,10 +1,10 @@
 // What the library counts, at the five levels at which it counts: the process, each session, each volume, each open
 // file and each file handle.
 //
-// What happens at every turn is counted once, by the lowest level that it belongs to: calls on a handle by the handle,
-// the engine's work and its errors by the file. The levels above add up what those below them have counted when
-// somebody asks, so that threads that work on different files do not count in the same places. All other counts are
-// raised at each of their levels when they happen.
+// What happens at every turn is counted once, by the lowest level there is: calls on a handle and the engine's work for
+// them, with its errors, by the handle; work that is done for no handle by the file. The levels above add up what those
+// below them have counted when somebody asks, so that threads that work on different files do not count in the same
+// places. All other counts are raised at each of their levels when they happen.
 #pragma once
 
 #include <array>
@@ -174,8 +174,8 @@ struct CounterLevels {
 
     // Work of the engine, or an error met in it.
     void CountWork(Counter counter) const {
-        if (File != nullptr) {
-            File->Increment(counter);
+        if (CounterSet* level = Handle != nullptr ? Handle : File; level != nullptr) {
+            level->Increment(counter);
         }
     }
 

@@ -1,27 +1,36 @@
 #include "runtime/handle_table.h"
 
-#include <algorithm>
+#include <bit>
 #include <cstring>
 
 #include "runtime/status.h"
 
 namespace qx {
 
+namespace {
+
+uint32_t ChunkOf(uint32_t handle) {
+    return static_cast<uint32_t>(std::bit_width(handle + 1)) - 1;
+}
+
+}  // namespace
+
+HandleTable::Slot& HandleTable::SlotOf(uint32_t handle) {
+    const uint32_t chunk = ChunkOf(handle);
+    return chunks_[chunk][handle + 1 - (1U << chunk)];
+}
+
 void HandleTable::AddSlot() {
-    const size_t bytes = (size_t{slotCount_} + 1) * sizeof(Slot);
-    Slot* larger = static_cast<Slot*>(theRecordHeap.AllocateZeroed(bytes));
-    std::copy_n(slots_, slotCount_, larger);
-    larger[slotCount_] = {kNoHandle, nullptr};
-    Slot* old = slots_;
-    const uint32_t added = slotCount_;
-    {
-        const SpinHold hold(lock_);
-        slots_ = larger;
-        slotCount_ = added + 1;
+    const uint32_t added = SlotCount();
+    const uint32_t chunk = ChunkOf(added);
+    if (chunk == kChunks) {
+        Raise(Code::NoMemory);
     }
-    if (old != nullptr) {
-        theRecordHeap.Free(old);
+    if (chunks_[chunk] == nullptr) {
+        chunks_[chunk] = static_cast<Slot*>(theRecordHeap.AllocateZeroed(sizeof(Slot) << chunk));
     }
+    SlotOf(added).NextFree = kNoHandle;
+    slotCount_.store(added + 1, std::memory_order_release);
     freeHead_ = added;
     freeTail_ = added;
 }
@@ -30,15 +39,15 @@ void* HandleTable::AllocatePayload(uint32_t size, uint32_t* handle) {
     if (freeHead_ == kNoHandle) {
         AddSlot();
     }
-    Slot& slot = slots_[freeHead_];
-    if (slot.Handle == nullptr) {
-        Record* record = new (theRecordHeap.AllocateZeroed(sizeof(Record) + size)) Record();
-        const SpinHold hold(lock_);
-        slot.Handle = record;
+    Slot& slot = SlotOf(freeHead_);
+    Record* record = slot.Handle.load(std::memory_order_relaxed);
+    if (record == nullptr) {
+        record = new (theRecordHeap.AllocateZeroed(sizeof(Record) + size)) Record();
+        slot.Handle.store(record, std::memory_order_release);
     }
-    void* payload = slot.Handle + 1;
+    void* payload = record + 1;
     std::memset(payload, 0, size);
-    slot.Handle->Gate.BeginOpen();
+    record->Gate.BeginOpen();
     *handle = freeHead_;
     freeHead_ = freeHead_ == freeTail_ ? kNoHandle : slot.NextFree;
     return payload;
@@ -48,28 +57,18 @@ void HandleTable::FreeSlot(uint32_t handle) {
     if (freeHead_ == kNoHandle) {
         freeHead_ = handle;
     } else {
-        slots_[freeTail_].NextFree = handle;
+        SlotOf(freeTail_).NextFree = handle;
     }
     freeTail_ = handle;
-    slots_[handle].NextFree = kNoHandle;
+    SlotOf(handle).NextFree = kNoHandle;
     GateOf(handle).EndClose();
 }
 
-HandleTable::Record* HandleTable::RecordOf(uint32_t handle) {
-    const SpinHold hold(lock_);
-    return slots_[handle].Handle;
-}
-
 void* HandleTable::EnterPayload(uint32_t handle) {
-    Record* record = nullptr;
-    {
-        const SpinHold hold(lock_);
-        if (handle < slotCount_) {
-            record = slots_[handle].Handle;
-        } else {
-            Raise(Code::NotOpen, 0, 1);
-        }
+    if (handle >= slotCount_.load(std::memory_order_acquire)) {
+        Raise(Code::NotOpen, 0, 1);
     }
+    Record* record = SlotOf(handle).Handle.load(std::memory_order_acquire);
     if (record == nullptr || !record->Gate.Enter()) {
         Raise(Code::NotOpen);
     }
@@ -77,15 +76,17 @@ void* HandleTable::EnterPayload(uint32_t handle) {
 }
 
 void HandleTable::Destroy() {
-    for (uint32_t i = 0; i < slotCount_; ++i) {
-        if (slots_[i].Handle != nullptr) {
-            theRecordHeap.Free(slots_[i].Handle);
+    for (uint32_t handle = 0; handle < SlotCount(); ++handle) {
+        if (Record* record = RecordOf(handle); record != nullptr) {
+            theRecordHeap.Free(record);
         }
     }
-    if (slots_ != nullptr) {
-        theRecordHeap.Free(slots_);
+    for (Slot*& chunk : chunks_) {
+        if (chunk != nullptr) {
+            theRecordHeap.Free(chunk);
+            chunk = nullptr;
+        }
     }
-    slots_ = nullptr;
     slotCount_ = 0;
     freeHead_ = kNoHandle;
     freeTail_ = kNoHandle;

@@ -1,12 +1,13 @@
 // Handles: small numbers that stand for sessions and open files.
 #pragma once
 
+#include <array>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <new>
 
 #include "runtime/record_heap.h"
-#include "runtime/spin_lock.h"
 #include "runtime/state_gate.h"
 
 namespace qx {
@@ -15,7 +16,8 @@ inline constexpr uint32_t kNoHandle = 0xFFFFFFFF;
 
 // A table of reusable records, whose payloads are all of one type. A handle is a slot's index; a closed handle's number
 // comes back only after every other free number, and the record's memory stays with its slot. Allocating, freeing and
-// growing are done under the API mutex; look-ups by any thread at any time.
+// growing are done under the API mutex; look-ups by any thread at any time, without a lock: slots lie in chunks of
+// doubling size, which stay where they are until the table goes.
 class HandleTable {
   public:
     // Makes a record whose payload is a new T and whose gate is being opened; the owner calls EndOpen once the payload
@@ -57,7 +59,7 @@ class HandleTable {
     // Frees every record and the table itself.
     void Destroy();
 
-    uint32_t SlotCount() const { return slotCount_; }
+    uint32_t SlotCount() const { return slotCount_.load(std::memory_order_relaxed); }
 
   private:
     // The payload follows.
@@ -67,21 +69,24 @@ class HandleTable {
 
     struct Slot {
         uint32_t NextFree;
-        Record* Handle;
+        std::atomic<Record*> Handle;  // null until the slot is first used
     };
+
+    // More handles than 31 chunks can hold do not fit into memory.
+    static constexpr size_t kChunks = 31;
 
     void* AllocatePayload(uint32_t size, uint32_t* handle);
     void* EnterPayload(uint32_t handle);
     void FreeSlot(uint32_t handle);
     void AddSlot();
-    Record* RecordOf(uint32_t handle);
+    Slot& SlotOf(uint32_t handle);
+    Record* RecordOf(uint32_t handle) { return SlotOf(handle).Handle.load(std::memory_order_relaxed); }
     StateGate& GateOf(uint32_t handle) { return RecordOf(handle)->Gate; }
 
     uint32_t freeHead_ = kNoHandle;
     uint32_t freeTail_ = kNoHandle;
-    SpinLock lock_;  // slot count and array, against growth during a look-up
-    uint32_t slotCount_ = 0;
-    Slot* slots_ = nullptr;
+    std::atomic<uint32_t> slotCount_ = 0;
+    std::array<Slot*, kChunks> chunks_{};
 };
 
 }  // namespace qx

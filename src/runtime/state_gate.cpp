@@ -5,61 +5,43 @@
 namespace qx {
 
 void StateGate::BeginOpen() {
-    const SpinHold hold(lock_);
-    if (busy_) {
-        Raise(Code::Busy);
-    }
-    if (ready_) {
-        Raise(Code::AlreadyOpen);
-    }
-    busy_ = true;
+    uint32_t state = state_.load(std::memory_order_relaxed);
+    do {
+        if ((state & kBusy) != 0) {
+            Raise(Code::Busy);
+        }
+        if ((state & kReady) != 0) {
+            Raise(Code::AlreadyOpen);
+        }
+    } while (!state_.compare_exchange_weak(state, state + kBusy, std::memory_order_acquire));
 }
 
 void StateGate::EndOpen() {
-    const SpinHold hold(lock_);
-    ready_ = true;
-    busy_ = false;
-    users_ = 0;
+    state_.fetch_add(kReady - kBusy, std::memory_order_release);
 }
 
 void StateGate::AbortOpen() {
-    const SpinHold hold(lock_);
-    busy_ = false;
+    state_.fetch_sub(kBusy, std::memory_order_release);
 }
 
+// While the object is open every call counted is inside.
 void StateGate::BeginClose() {
-    const SpinHold hold(lock_);
-    if (busy_) {
-        Raise(Code::Busy);
-    }
-    if (!ready_) {
-        Raise(Code::NotOpen);
-    }
-    if (users_ != 0) {
-        Raise(Code::Busy);
-    }
-    busy_ = true;
-    ready_ = false;
+    uint32_t state = state_.load(std::memory_order_relaxed);
+    do {
+        if ((state & kBusy) != 0) {
+            Raise(Code::Busy);
+        }
+        if ((state & kReady) == 0) {
+            Raise(Code::NotOpen);
+        }
+        if (state != kReady) {
+            Raise(Code::Busy);
+        }
+    } while (!state_.compare_exchange_weak(state, kBusy, std::memory_order_acquire));
 }
 
 void StateGate::EndClose() {
-    const SpinHold hold(lock_);
-    busy_ = false;
-    ready_ = false;
-}
-
-bool StateGate::Enter() {
-    const SpinHold hold(lock_);
-    if (!ready_) {
-        return false;
-    }
-    ++users_;
-    return true;
-}
-
-void StateGate::Leave() {
-    const SpinHold hold(lock_);
-    --users_;
+    state_.fetch_sub(kBusy, std::memory_order_release);
 }
 
 }  // namespace qx

@@ -1,9 +1,8 @@
 // Guards the life of an object that calls work inside of: it cannot be closed under them.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
-
-#include "runtime/spin_lock.h"
 
 namespace qx {
 
@@ -21,14 +20,21 @@ class StateGate {
     void EndClose();
 
     // A call goes in and comes out; Enter is false (reported as 1100) when the object is not open.
-    bool Enter();
-    void Leave();
+    bool Enter() {
+        if ((state_.fetch_add(1, std::memory_order_acquire) & kReady) != 0) {
+            return true;
+        }
+        Leave();
+        return false;
+    }
+    void Leave() { state_.fetch_sub(1, std::memory_order_release); }
 
   private:
-    SpinLock lock_;
-    bool busy_ = false;
-    bool ready_ = false;
-    uint32_t users_ = 0;
+    static constexpr uint32_t kBusy = 0x8000'0000;
+    static constexpr uint32_t kReady = 0x4000'0000;
+
+    // One of the two or neither, plus the number of calls that are inside or find out that they may not go in.
+    std::atomic<uint32_t> state_{0};
 };
 
 }  // namespace qx

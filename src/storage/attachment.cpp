@@ -24,6 +24,7 @@ void OpenPrimary(OpenFile& file) {
         RaiseOpenFailure(result, WhichFile::Primary);
     }
     MarkFile(file.Volume, cached, access);
+    LetCloseWhenIdle(cached);
     file.OpenedReadOnly = access == Access::ReadOnly;
     file.PrimaryPart.Written = false;
 }
@@ -62,52 +63,6 @@ void LoadHeader(OpenFile& file) {
     file.Group0HeaderSize.store(header.HeaderLength, std::memory_order_release);
 }
 
-// Under the entry's mutex: an open file that nobody uses any more is idle.
-void AddToIdle(FilePart& part) {
-    if (part.InUse == 0) {
-        IdleListAdd(part.Cached);
-    }
-}
-
-void RemoveFromIdle(FilePart& part) {
-    if (part.InUse == 0) {
-        IdleListRemove(part.Cached);
-    }
-}
-
-// What does not change whether the file is in use needs no mutex: calls of several threads would queue up for it. True
-// when there was another call for this one to join, or to leave behind.
-bool JoinOthers(FilePart& part) {
-    uint32_t users = part.InUse;
-    while (users > 0) {
-        if (part.InUse.compare_exchange_weak(users, users + 1)) {
-            return true;
-        }
-    }
-    return false;
-}
-
-bool LeaveOthers(FilePart& part) {
-    uint32_t users = part.InUse;
-    while (users > 1) {
-        if (part.InUse.compare_exchange_weak(users, users - 1)) {
-            return true;
-        }
-    }
-    return false;
-}
-
-void Detach(FilePart& part) {
-    if (LeaveOthers(part)) {
-        return;
-    }
-    const OptionalClaimHold hold = OptionalClaimHold::Claim(part.Cached.Mutex);
-    if (hold) {
-        --part.InUse;
-        AddToIdle(part);
-    }
-}
-
 void FlushPart(FilePart& part, WhichFile file) {
     if (!part.Written) {
         return;
@@ -119,15 +74,10 @@ void FlushPart(FilePart& part, WhichFile file) {
         if (handle == kNoOsHandle) {
             return;
         }
-        RemoveFromIdle(part);
-        ++part.InUse;
+        part.Cached.AddUser();
     }
     const bool good = !part.Written.exchange(false) || OsFlush(handle);
-    {
-        const ClaimHold hold(part.Cached.Mutex);
-        --part.InUse;
-        AddToIdle(part);
-    }
+    part.Cached.Leave();
     if (!good) {
         Raise(Code::WriteFailed, Number(file));
     }
@@ -143,55 +93,41 @@ std::string OpenFile::PathOf(WhichFile file) const {
 }
 
 PrimaryAttachment::PrimaryAttachment(OpenFile& file) : file_(file) {
-    FilePart& part = file.PrimaryPart;
-    if (JoinOthers(part)) {
-        if (file.HeaderIsLoaded()) {
-            return;
-        }
-        Detach(part);  // only a flush was there
-    }
-    ClaimHold hold(part.Cached.Mutex);
-    if (!part.Cached.IsOpen()) {
-        OpenPrimary(file);
-    } else {
-        RemoveFromIdle(part);
-    }
-    if (file.HeaderIsLoaded()) {
-        ++part.InUse;
+    CachedFile& cached = file.PrimaryPart.Cached;
+    if (cached.Join()) {
         return;
     }
-    {
-        struct BackToIdle {
-            FilePart& Part;
-            ~BackToIdle() { AddToIdle(Part); }  // does nothing once the call is attached
-        } const backToIdle{part};
-        LoadHeader(file);
-        ++part.InUse;
+    ClaimHold hold(cached.Mutex);
+    if (!cached.IsOpen()) {
+        OpenPrimary(file);
     }
+    const bool load = !file.HeaderIsLoaded();
+    if (load) {
+        LoadHeader(file);
+    }
+    cached.Admit();
     hold.Release();
-    theResizeQueue.Check(file);
+    if (load) {
+        theResizeQueue.Check(file);
+    }
 }
 
 PrimaryAttachment::~PrimaryAttachment() {
-    Detach(file_.PrimaryPart);
+    file_.PrimaryPart.Cached.Leave();
 }
 
 void OverflowAttachment::Attach(Missing missing) {
     if (attached_) {
         return;
     }
-    FilePart& part = file_.OverflowPart;
-    if (JoinOthers(part)) {
-        attached_ = true;
-        return;
+    CachedFile& cached = file_.OverflowPart.Cached;
+    if (!cached.Join()) {
+        const ClaimHold hold(cached.Mutex);
+        if (!cached.IsOpen()) {
+            Open(missing);
+        }
+        cached.Admit();
     }
-    const ClaimHold hold(part.Cached.Mutex);
-    if (part.Cached.IsOpen()) {
-        RemoveFromIdle(part);
-    } else {
-        Open(missing);
-    }
-    ++part.InUse;
     attached_ = true;
 }
 
@@ -212,12 +148,13 @@ void OverflowAttachment::Open(Missing missing) {
         RaiseOpenFailure(result, WhichFile::Overflow);
     }
     MarkFile(file_.Volume, part.Cached, access);
+    LetCloseWhenIdle(part.Cached);
     part.Written = false;
 }
 
 OverflowAttachment::~OverflowAttachment() {
     if (attached_) {
-        Detach(file_.OverflowPart);
+        file_.OverflowPart.Cached.Leave();
     }
 }
 
@@ -245,8 +182,7 @@ void CloseParts(OpenFile& file) {
             file.Group0HeaderSize = 0;
         }
         if (part.Cached.IsOpen()) {
-            RemoveFromIdle(part);
-            CacheCloseFile(part.Cached);
+            CloseShared(part.Cached);
         }
     }
 }

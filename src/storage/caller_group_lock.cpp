@@ -103,24 +103,23 @@ void StoreCounts(FileCall& call, FirstFailure& failure) {
 // A flush may be using the overflow file, and for a select hold the primary file is given up before the overflow file
 // is looked at: a call may be using it by then.
 void CloseUnused(FilePart& part) {
-    if (part.InUse != 0) {
+    if (!part.Cached.Shut()) {
         return;
     }
     if (part.Cached.IsOpen()) {
-        IdleListRemove(part.Cached);
-        CacheCloseFile(part.Cached);
+        CloseShared(part.Cached);
     }
     part.Written = false;
 }
 
-// Leaves the primary file's mutex claimed, the file unused by this process and its counts stored. Counts that cannot be
+// Leaves the primary file's mutex claimed, the file shut and its counts stored. Counts that cannot be
 // stored for as long as a group lock may wait are a failure.
 void Quiesce(FileCall& call, PrimaryClaim& claim) {
     OpenFile& file = *call.File;
     FirstFailure failure;
     const uint64_t start = thePlatform.Clock->MonotonicMilliseconds();
     for (;;) {
-        if (file.PrimaryPart.Cached.IsOpen() && file.PrimaryPart.InUse != 0) {
+        if (!file.PrimaryPart.Cached.Shut()) {
             claim.Release();
         } else if (HasUnstoredCounts(file)) {
             claim.Release();

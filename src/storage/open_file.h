@@ -20,8 +20,7 @@ namespace qx {
 
 // One of the two operating-system files.
 struct FilePart {
-    CachedFile Cached;
-    std::atomic<uint32_t> InUse{0};    // calls attached to it now; from and to 0 under the cache entry's mutex
+    CachedFile Cached;                 // the primary file is shut while its header is not loaded
     std::atomic<bool> Written{false};  // written, or changed in length, since the last flush
 };
 

@@ -642,6 +642,13 @@ class NoWaitEvent : public FileTest {
         mutex.Release(node);
         ExpectNothingHeld();
     }
+
+    // Only a file that is shut needs its mutex.
+    template <class Calls>
+    void ExpectRefusals(qx::CachedFile& file, const Calls& calls) {
+        ASSERT_TRUE(file.Shut());
+        ExpectRefusals(file.Mutex, calls);
+    }
 };
 
 TEST_F(NoWaitEvent, EveryClaimIsRefused) {
@@ -674,14 +681,14 @@ TEST_F(NoWaitEvent, EveryClaimIsRefused) {
         [&](StatusRecord* status) { return QXLockGroup(file, 0xFFFFFFFE, 1, status); },
         [&](StatusRecord* status) { return QXFlush(Session, status); },
     };
-    ExpectRefusals(Record(file).PrimaryPart.Cached.Mutex, onPrimary);
+    ExpectRefusals(Record(file).PrimaryPart.Cached, onPrimary);
     const Calls onOverflow = {
         [&](StatusRecord* status) { return QXReadRecord(file, key("long"), kData, status); },
         [&](StatusRecord* status) { return QXDeleteRecord(file, key("long"), status); },
         [&](StatusRecord* status) { return QXLockGroup(file, 0, 1, status); },
         [&](StatusRecord* status) { return QXLockGroup(file, 0xFFFFFFFE, 1, status); },
     };
-    ExpectRefusals(Record(file).OverflowPart.Cached.Mutex, onOverflow);
+    ExpectRefusals(Record(file).OverflowPart.Cached, onOverflow);
     const Calls onStructure = {
         [&](StatusRecord* status) { return QXClearFile(file, status); },
         [&](StatusRecord* status) { return QXLockGroup(file, 0xFFFFFFFE, 1, status); },

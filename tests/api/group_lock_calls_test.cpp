@@ -175,15 +175,11 @@ TEST_F(ConcurrentGroupLockCalls, AnOverflowFileInUseIsNotClosed) {
     while (overflow.Cached.Mutex.Suspends() == suspends) {
         std::this_thread::yield();
     }
-    qx::IdleListRemove(overflow.Cached);
-    ++overflow.InUse;
+    overflow.Cached.AddUser();
     overflow.Cached.Mutex.Release(node);
     holder.join();
     EXPECT_TRUE(overflow.Cached.IsOpen());
-    --overflow.InUse;
-    if (overflow.Cached.IsOpen()) {
-        qx::IdleListAdd(overflow.Cached);
-    }
+    overflow.Cached.Leave();
     EXPECT_TRUE(UnlockGroup(file, kSelectHold));
     EXPECT_EQ(Get(file, "k"), std::string(500, 'd'));
 }

@@ -39,7 +39,7 @@ class FileCache : public ProcessSetUp {
         std::array<CachedFile*, 4> files{};
         for (size_t i = 0; i < files.size(); ++i) {
             files[i] = &Created(std::to_string(i));
-            qx::IdleListAdd(*files[i]);
+            qx::LetCloseWhenIdle(*files[i]);
         }
         return files;
     }
@@ -63,16 +63,20 @@ TEST_F(FileCache, TheFileThatHasBeenIdleLongestIsClosedFirst) {
     const auto files = FourIdle();
     EXPECT_TRUE(qx::CloseOneIdleFile());
     EXPECT_EQ(Open(files), "123");
-    qx::IdleListRemove(*files[1]);  // used again, and idle again
-    qx::IdleListAdd(*files[1]);
+    files[1]->Admit();  // used, and idle again
+    files[1]->Leave();
     EXPECT_TRUE(qx::CloseOneIdleFile());
     EXPECT_EQ(Open(files), "13");
-    qx::IdleListRemove(*files[1]);
+    ASSERT_TRUE(files[1]->Join());
     EXPECT_TRUE(qx::CloseOneIdleFile());
     EXPECT_EQ(Open(files), "1") << "a file in use is not closed";
     EXPECT_FALSE(qx::CloseOneIdleFile());
+    EXPECT_FALSE(files[1]->Shut());
     EXPECT_EQ(qx::theProcessCounters.Value(qx::Counter::ActiveFileHandles), 1U);
-    qx::CacheCloseFile(*files[1]);
+    files[1]->Leave();
+    EXPECT_TRUE(files[1]->Shut());
+    EXPECT_FALSE(files[1]->Join());
+    qx::CloseShared(*files[1]);
     EXPECT_EQ(Platform.Held.OpenHandles, 0);
 }
 
@@ -106,13 +110,14 @@ TEST_F(FileCache, IdleFilesMakeRoomWhenTheProcessRunsOutOfDescriptors) {
     qx::OsHandle claim = qx::kNoOsHandle;
     EXPECT_EQ(qx::CacheClaimForDelete(NameOfFile("0"), &claim), FileResult::Done);
     EXPECT_EQ(Open(files), "3");
-    qx::IdleListRemove(*files[3]);
+    files[3]->AddUser();
     EXPECT_EQ(qx::CacheOpenFile(NameOfFile("1"), Access::ReadOnly, Sharing::Shared, more[2]), FileResult::Exhausted)
         << "nothing is idle";
     EXPECT_FALSE(more[2].IsOpen());
     EXPECT_EQ(qx::theProcessCounters.Value(qx::Counter::ActiveFileHandles), 3U) << "a claim is not one of them";
     EXPECT_EQ(qx::OsDeleteClaimed(NameOfFile("0"), claim), FileResult::Done);
-    for (CachedFile* file : {files[3], &more[0], &more[1]}) {
+    files[3]->Leave();
+    for (CachedFile* file : {&more[0], &more[1]}) {
         qx::CacheCloseFile(*file);
     }
 }
@@ -132,7 +137,7 @@ TEST_F(FileCache, EveryOperationOnNamesTriesAgainOnlyAsLongAsSomethingIsIdle) {
     int number = 0;
     for (const auto& [call, operation] : operations) {
         for (int idle = 0; idle < 2; ++idle) {
-            qx::IdleListAdd(Created("idle" + std::to_string(++number)));
+            qx::LetCloseWhenIdle(Created("idle" + std::to_string(++number)));
         }
         CachedFile entry;
         entry.Handle = 77;
@@ -144,7 +149,7 @@ TEST_F(FileCache, EveryOperationOnNamesTriesAgainOnlyAsLongAsSomethingIsIdle) {
         EXPECT_EQ(entry.IsOpen(), call != Call::Create && call != Call::Open) << NameOf(call);
 
         Platform.Clear();
-        qx::IdleListAdd(Created("idle" + std::to_string(++number)));
+        qx::LetCloseWhenIdle(Created("idle" + std::to_string(++number)));
         Platform.Fail(call, 1, SystemError::Other, true);
         EXPECT_EQ(operation(NameOfFile("x"), entry), FileResult::Failed) << NameOf(call);
         EXPECT_EQ(Platform.Held.OpenHandles, 1) << "any other failure closes nothing: " << NameOf(call);

@@ -229,7 +229,7 @@ void FileTest::ExpectNothingHeld(uint32_t selectHolds) {
             EXPECT_EQ(file->SelectCount, selectHolds);
             for (qx::FilePart* part : {&file->PrimaryPart, &file->OverflowPart}) {
                 EXPECT_TRUE(IsFree(part->Cached.Mutex));
-                EXPECT_EQ(part->InUse, 0U);
+                EXPECT_EQ(part->Cached.UserCount(), 0U);
             }
         }
     }

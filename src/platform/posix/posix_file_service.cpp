@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <limits>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include "platform/posix/posix_descriptors.h"
@@ -47,6 +48,18 @@ SystemError FromErrno(int error) {
 
 int Descriptor(OsHandle handle) {
     return static_cast<int>(handle);
+}
+
+// pread and pwrite, but that a thread cannot be cancelled in them: it would leave a call half done, with its locks.
+// What the C library does to make them points of cancellation takes as long as a good part of a transfer from memory.
+static_assert(sizeof(off_t) == sizeof(long), "a position is one argument of a system call");
+
+ssize_t ReadAt(int descriptor, void* to, size_t length, uint64_t offset) {
+    return ::syscall(SYS_pread64, descriptor, to, length, static_cast<off_t>(offset));
+}
+
+ssize_t WriteAt(int descriptor, const void* from, size_t length, uint64_t offset) {
+    return ::syscall(SYS_pwrite64, descriptor, from, length, static_cast<off_t>(offset));
 }
 
 // F_RDLCK, F_WRLCK or F_UNLCK on a range; 0 or the error number.
@@ -157,7 +170,7 @@ SystemError PosixFileService::Read(OsHandle handle, uint64_t offset, void* buffe
     }
     while (length > 0) {
         const size_t piece = length < kLargestTransfer ? length : kLargestTransfer;
-        const ssize_t count = ::pread(Descriptor(handle), to, piece, static_cast<off_t>(offset));
+        const ssize_t count = ReadAt(Descriptor(handle), to, piece, offset);
         if (count > 0) {
             to += count;
             offset += static_cast<uint64_t>(count);
@@ -178,7 +191,7 @@ SystemError PosixFileService::Write(OsHandle handle, uint64_t offset, const void
     }
     while (length > 0) {
         const size_t piece = length < kLargestTransfer ? length : kLargestTransfer;
-        const ssize_t count = ::pwrite(Descriptor(handle), from, piece, static_cast<off_t>(offset));
+        const ssize_t count = WriteAt(Descriptor(handle), from, piece, offset);
         if (count > 0) {
             from += count;
             offset += static_cast<uint64_t>(count);
