@@ -123,8 +123,8 @@ QX_API int32_t QXOpenSession(BufferCallback callback, const SessionOptions* opti
                              StatusRecord* status);
 
 /* Closes the session's files and the session. Fails with 1100 (no such session; detail 2 is 1 when there never was
- * one), 1102 (another call is inside it), 1028, or with the first failure met while closing its files; the session is
- * closed even then. */
+ * one), 1102 (another call is inside it) or 1028, and the session stays open but for the group that it had locked; or
+ * with the first failure met while closing its files (for those of a server, 1105), and the session is closed. */
 QX_API int32_t QXCloseSession(uint32_t session, StatusRecord* status);
 
 /* Brings every file of the session that was written to safely to disk. Fails with 1100, 1028, 104. */
@@ -159,8 +159,9 @@ QX_API int32_t QXDeleteFile(uint32_t session, uint32_t name, StatusRecord* statu
 QX_API int32_t QXOpenFile(uint32_t session, uint32_t name, const OpenOptions* options, uint32_t* file,
                           StatusRecord* status);
 
-/* Writes back what is not yet stored and closes the handle, also when it fails: 1102 (another call is inside it; the
- * handle stays open in this case only), 1028, or what writing and flushing can fail with. */
+/* Writes back what is not yet stored and closes the handle. Fails with 1102 (another call is inside it) or 1028, and
+ * the handle stays open but for the group that was locked through it; or with what writing and flushing can fail with,
+ * and the handle is closed. */
 QX_API int32_t QXCloseFile(uint32_t file, StatusRecord* status);
 
 /* Removes every record; the file shrinks to one group when its size lock is 0 and nobody walks it. Fails with 102, 1014

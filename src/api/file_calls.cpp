@@ -6,7 +6,6 @@
 
 #include "api/caller_record.h"
 #include "api/entry.h"
-#include "api/session_closing.h"
 #include "records/read.h"
 #include "storage/caller_group_lock.h"
 #include "storage/file_clearing.h"
@@ -147,11 +146,22 @@ int32_t QXCloseFile(uint32_t file, StatusRecord* status) {
     using namespace qx;
     return ExportedCall(status, [&](StatusRecord&) {
         FileEntry entry(file);
-        const ClaimHold api(theLibrary.ApiMutex);
         ReleaseCallerGroupLockOf(entry.Session, file);
+        ClaimHold api(theLibrary.ApiMutex);
         entry.BeginClose();
+        ReleaseCallerGroupLockOf(entry.Session, file);  // that a call took while it could still come in
         LevelsOf(entry.Session, entry.Handle).CountEverywhere(Counter::CloseFiles);
-        CloseFileOf(entry.Session, file, entry.Handle);
+        if (entry.Handle.IsRemote()) {
+            CloseRemoteHandle(entry.Session, file);
+            return true;
+        }
+        api.Release();
+        FileCall call(entry.Session, file, entry.Handle);
+        FirstFailure failure;
+        failure.Run([&] { WindUpLocalHandle(call); });
+        const PatientClaimHold again(theLibrary.ApiMutex);
+        failure.Run([&] { CloseLocalHandle(call); });
+        failure.RaiseIfAny();
         return true;
     });
 }

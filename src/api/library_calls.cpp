@@ -9,6 +9,7 @@
 #include "remote/remote_call_library.h"
 #include "remote/remote_connection.h"
 #include "runtime/messages.h"
+#include "storage/caller_group_lock.h"
 #include "volume/volume_record.h"
 
 namespace qx {
@@ -65,8 +66,14 @@ void Start() {
 
 // No call is inside the library and the worker has ended.
 void CloseEverything(FirstFailure& failure) {
+    for (uint32_t session = theLibrary.SessionList.Head(); session != kNoHandle;
+         session = HandleList::Next<&SessionRecord::Links>(theLibrary.Sessions, session)) {
+        ReleaseCallerGroupLock(*theLibrary.Sessions.PayloadOf<SessionRecord>(session));  // another one may wait for it
+    }
     while (!theLibrary.SessionList.IsEmpty()) {
-        failure.Run([] { CloseSession(theLibrary.SessionList.Head()); });
+        const uint32_t session = theLibrary.SessionList.Head();
+        WindUpSession(*theLibrary.Sessions.PayloadOf<SessionRecord>(session), failure);
+        CloseSession(session, failure);
     }
     DisconnectServers(failure);
     theRemoteCalls.Stop();

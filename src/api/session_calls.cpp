@@ -87,9 +87,8 @@ void WithdrawFile(uint32_t file) {
     }
 }
 
-}  // namespace
-
-void CloseFileOf(SessionRecord& session, uint32_t handle, FileHandle& record) {
+void CloseFileOf(SessionRecord& session, uint32_t handle) {
+    auto& record = *theLibrary.Files.PayloadOf<FileHandle>(handle);
     if (record.IsRemote()) {
         CloseRemoteHandle(session, handle);
         return;
@@ -98,22 +97,34 @@ void CloseFileOf(SessionRecord& session, uint32_t handle, FileHandle& record) {
     CloseLocalHandle(call);
 }
 
-void CloseSession(uint32_t handle) {
-    FirstFailure failure;
+}  // namespace
+
+void WindUpSession(SessionRecord& session, FirstFailure& failure) {
+    EndCallerGroupLock(session);
+    HandleTable& table = theLibrary.Files;
+    for (uint32_t file = session.Files.Head(); file != kNoHandle;
+         file = HandleList::Next<&FileHandle::SessionLinks>(table, file)) {
+        auto& record = *table.PayloadOf<FileHandle>(file);
+        if (!record.IsRemote()) {
+            FileCall call(session, file, record);
+            failure.Run([&] { WindUpLocalHandle(call); });
+        }
+    }
+}
+
+void CloseSession(uint32_t handle, FirstFailure& failure) {
     HandleTable& table = theLibrary.Sessions;
     auto* session = table.PayloadOf<SessionRecord>(handle);
-    EndCallerGroupLock(*session);
     while (!session->Files.IsEmpty()) {
         const uint32_t file = session->Files.Head();
         WithdrawFile(file);
-        failure.Run([&] { CloseFileOf(*session, file, *theLibrary.Files.PayloadOf<FileHandle>(file)); });
+        failure.Run([&] { CloseFileOf(*session, file); });
     }
     CloseRemoteSessions(*session, failure);
     theLibrary.SessionList.Remove<&SessionRecord::Links>(table, handle);
     table.Free<SessionRecord>(handle);
     theProcessCounters.Leave(Counter::ActiveSessions);
     theProcessCounters.Increment(Counter::RemoveSessions);
-    failure.RaiseIfAny();
 }
 
 }  // namespace qx
@@ -135,10 +146,16 @@ int32_t QXCloseSession(uint32_t session, StatusRecord* status) {
     using namespace qx;
     return ExportedCall(status, [&](StatusRecord&) {
         SessionEntry entry(session);
-        const ClaimHold api(theLibrary.ApiMutex);
+        ReleaseCallerGroupLock(*entry.Session);
+        ClaimHold api(theLibrary.ApiMutex);
         entry.BeginClose();
+        api.Release();
         entry.Count(Counter::CloseSessions);
-        CloseSession(session);
+        FirstFailure failure;
+        WindUpSession(*entry.Session, failure);
+        const PatientClaimHold again(theLibrary.ApiMutex);
+        CloseSession(session, failure);
+        failure.RaiseIfAny();
         return true;
     });
 }

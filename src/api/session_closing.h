@@ -1,18 +1,21 @@
-// Closing sessions and files, for QXCloseFile, QXCloseSession and QXTerminate.
+// Closing sessions, for QXCloseSession and QXTerminate.
 #pragma once
 
 #include <cstdint>
 
 #include "runtime/session_record.h"
-#include "storage/file_handle.h"
+#include "runtime/status.h"
 
 namespace qx {
 
-// Closes the session's files and then the session, whatever fails; the first failure is raised in the end. Under the
-// API mutex, or with no call inside the library; no call is inside the session.
-void CloseSession(uint32_t handle);
+// Closing takes two steps. No call is inside the session.
 
-// Closes a file handle that has been withdrawn from use; raises what went wrong when that is done.
-void CloseFileOf(SessionRecord& session, uint32_t handle, FileHandle& record);
+// Gives up what the session holds on its files; not under the API mutex, as that may wait until another session gives
+// a group up.
+void WindUpSession(SessionRecord& session, FirstFailure& failure);
+
+// Closes the session's files and then the session, whatever fails. Under the API mutex, or with no call inside the
+// library.
+void CloseSession(uint32_t handle, FirstFailure& failure);
 
 }  // namespace qx

@@ -17,12 +17,20 @@ struct OwnHandle {
     FileHandle* Handle = nullptr;
 };
 
+bool IsBeingClosed(uint32_t handle) {
+    StatusRecord closed{};
+    return !RunCatching(closed, [handle] {
+        HandleTable::Leave(theLibrary.Files.Enter<FileHandle>(handle));
+        return true;
+    });
+}
+
 OwnHandle FindHandleOfSession(OpenFile& file, uint32_t sessionHandle) {
     HandleTable& table = theLibrary.Files;
     for (uint32_t handle = file.Handles.Head(); handle != kNoHandle;
          handle = HandleList::Next<&FileHandle::FileLinks>(table, handle)) {
         auto* record = table.PayloadOf<FileHandle>(handle);
-        if (record->Session == sessionHandle) {
+        if (record->Session == sessionHandle && !IsBeingClosed(handle)) {
             return {handle, record};
         }
     }
@@ -104,13 +112,16 @@ uint32_t OpenLocalHandle(ResolvedFile& resolved, uint32_t sessionHandle, const O
     return handle;
 }
 
+void WindUpLocalHandle(FileCall& call) {
+    ReleaseLocksOfHandle(call);
+    EndOpenWalk(call);
+}
+
 void CloseLocalHandle(FileCall& call) {
     HandleTable& table = theLibrary.Files;
     OpenFile& file = *call.File;
     VolumeUse& use = *call.Handle->Use;
     FirstFailure failure;
-    ReleaseLocksOfHandle(call);
-    failure.Run([&] { EndOpenWalk(call); });
     ReleaseAllSelectHolds(call);
     std::optional<LastClose> lastClose;
     if (file.Handles.Head() == call.HandleNumber &&

@@ -1,5 +1,8 @@
 // QXLockGroup and QXUnlockGroup.
 #include <atomic>
+#include <chrono>
+#include <functional>
+#include <optional>
 #include <thread>
 
 #include "runtime/library_record.h"
@@ -203,6 +206,118 @@ TEST_F(ConcurrentGroupLockCalls, OtherThreadsWaitForTheHolder) {
     EXPECT_EQ(QXUnlockGroup(file, 0, nullptr), 1);
     reader.join();
     ExpectNothingHeld();
+}
+
+// A call in a thread of its own, which is not waited for without end.
+class CallBeside {
+  public:
+    explicit CallBeside(std::function<int32_t()> call)
+        : thread_([this, call = std::move(call)] {
+              EXPECT_EQ(call(), 1);
+              done_ = true;
+          }) {}
+    ~CallBeside() { thread_.join(); }
+
+    bool IsDone() const { return done_; }
+
+  private:
+    std::atomic<bool> done_{false};
+    std::thread thread_;
+};
+
+bool Comes(const std::function<bool()>& event) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (!event()) {
+        if (std::chrono::steady_clock::now() > end) {
+            return false;
+        }
+        std::this_thread::yield();
+    }
+    return true;
+}
+
+// Whoever closes a handle or session in the middle of a walk waits for the holder of a group; the holder can do
+// everything else meanwhile, and gives the group up although a call has the API mutex.
+TEST_F(ConcurrentGroupLockCalls, ClosingKeepsNobodyFromGivingTheGroupUp) {
+    EXPECT_TRUE(Create("F", FixedFile(3, 256)));
+    EXPECT_TRUE(Create("G"));
+    const uint32_t first = Session;
+    for (const bool wholeSession : {false, true}) {
+        OpenSession();
+        const uint32_t walking = Session;
+        const uint32_t walked = Open("F");
+        ASSERT_TRUE(Run([&](StatusRecord* status) { return QXReadNextKeyIdGroup(walked, kData, status); }));
+        OpenSession();
+        const uint32_t holding = Session;
+        const uint32_t locked = Open("F");
+        ASSERT_TRUE(LockGroup(locked, 1));
+        qx::OpenFile& record = Record(locked);
+        const auto close = [wholeSession](uint32_t session, uint32_t file) {
+            return wholeSession ? QXCloseSession(session, nullptr) : QXCloseFile(file, nullptr);
+        };
+        const uint32_t suspends = record.PrimaryPart.Cached.Mutex.Suspends();
+        const CallBeside waiting([=] { return close(walking, walked); });
+        ASSERT_TRUE(Comes([&] { return record.PrimaryPart.Cached.Mutex.Suspends() != suspends; }));
+        uint32_t other = kNone;
+        const CallBeside opening([&, path = Path("G")] {
+            Buffer(kName) = path;
+            return QXOpenFile(holding, kName, nullptr, &other, nullptr);
+        });
+        const bool opened = Comes([&] { return opening.IsDone(); });
+        EXPECT_TRUE(opened) << "the closing call has the API mutex";
+        if (!opened) {
+            EXPECT_EQ(QXUnlockGroup(locked, 1, nullptr), 1);
+        }
+        std::optional<qx::ClaimHold> api(std::in_place, qx::theLibrary.ApiMutex);
+        const CallBeside giving([=] { return close(holding, locked); });
+        EXPECT_TRUE(Comes([&] { return record.CallerLocks == 0; })) << "the API mutex comes first";
+        api.reset();
+    }
+    Session = first;
+    ExpectNothingHeld();
+}
+
+// A call that came in before the handle or session is withdrawn may have taken a group since it was last looked for.
+TEST_F(ConcurrentGroupLockCalls, AGroupTakenLateGoesWithTheHandle) {
+    CreateAndOpen("F", FixedFile(3, 256));
+    const uint32_t first = Session;
+    for (const bool wholeSession : {false, true}) {
+        OpenSession();
+        const uint32_t file = Open("F");
+        std::optional<qx::ClaimHold> api(std::in_place, qx::theLibrary.ApiMutex);
+        const uint32_t suspends = qx::theLibrary.ApiMutex.Suspends();
+        const CallBeside closing(
+            [=, this] { return wholeSession ? QXCloseSession(Session, nullptr) : QXCloseFile(file, nullptr); });
+        ASSERT_TRUE(Comes([&] { return qx::theLibrary.ApiMutex.Suspends() != suspends; }));
+        EXPECT_TRUE(LockGroup(file, 1));
+        api.reset();
+    }
+    Session = first;
+    ExpectNothingHeld();
+}
+
+// A handle that is being closed is not given out again.
+TEST_F(ConcurrentGroupLockCalls, AHandleThatIsBeingClosedIsNotReused) {
+    const uint32_t file = CreateAndOpen("F", FixedFile(3, 256));
+    ASSERT_TRUE(Run([&](StatusRecord* status) { return QXReadNextKeyIdGroup(file, kData, status); }));
+    const uint32_t session = Session;
+    OpenSession();
+    const uint32_t locked = Open("F");
+    ASSERT_TRUE(LockGroup(locked, 1));
+    const uint32_t suspends = Record(file).PrimaryPart.Cached.Mutex.Suspends();
+    const CallBeside closing([file] { return QXCloseFile(file, nullptr); });
+    ASSERT_TRUE(Comes([&] { return Record(locked).PrimaryPart.Cached.Mutex.Suspends() != suspends; }));
+    Session = session;
+    EXPECT_NE(Open("F", {sizeof(OpenOptions), 1, 0, 0, 0, 0, 0, 0}), file);
+    EXPECT_TRUE(UnlockGroup(locked, 1));
+}
+
+// The end of the library closes sessions one by one: a walk in one, and a group of the same file in a later one.
+TEST_F(GroupLockCalls, TheEndOfTheLibraryGivesEveryGroupUpFirst) {
+    const uint32_t file = CreateAndOpen("F", FixedFile(3, 256));
+    ASSERT_TRUE(Run([&](StatusRecord* status) { return QXReadNextKeyIdGroup(file, kData, status); }));
+    OpenSession();
+    ASSERT_TRUE(LockGroup(Open("F"), 1));
 }
 
 }  // namespace
