@@ -33,6 +33,7 @@ class FileService {
     // Opens an existing file; InUse when the sharing modes of other handles do not allow it.
     virtual SystemError Open(const char* path, Access access, Sharing sharing, OsHandle* handle) = 0;
 
+    // Gives up the sharing mode and every lock.
     virtual void Close(OsHandle handle) = 0;
 
     // Deleting has two steps, so that several files can be removed together or not at all: a claim fails with InUse

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "platform/platform.h"
+#include "support/held_ranges.h"
 #include "support/other_process.h"
 #include "support/test_library.h"
 
@@ -210,6 +211,17 @@ TEST_F(FileService, AClaimedFileIsRemovedOrReleased) {
     EXPECT_EQ(Files().DeleteClaimed(path_.c_str(), claim), SystemError::None);
     EXPECT_EQ(Opening(Sharing::Shared), SystemError::NotFound);
     EXPECT_EQ(::fcntl(static_cast<int>(claim), F_GETFD), -1) << "a claim ends with the file";
+}
+
+// Such as a process has that was forked off a moment ago.
+TEST_F(FileService, ACopyOfADescriptorKeepsNoLock) {
+    const OsHandle handle = Created();
+    ASSERT_EQ(Files().TryLock(handle, 7, 1, qx::LockMode::Exclusive), SystemError::None);
+    const int copy = ::dup(static_cast<int>(handle));
+    Files().Close(handle);
+    EXPECT_EQ(Claiming(), SystemError::None);
+    EXPECT_EQ(HeldRanges(path_), std::vector<Range>{});
+    ::close(copy);
 }
 
 TEST_F(FileService, DescriptorsDoNotReachOtherPrograms) {

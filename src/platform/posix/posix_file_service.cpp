@@ -149,7 +149,10 @@ SystemError PosixFileService::Open(const char* path, Access access, Sharing shar
     return SystemError::NotFound;
 }
 
+// Closing alone would leave the locks to whoever has a copy of the descriptor: a process that has just been forked off,
+// until it runs its program.
 void PosixFileService::Close(OsHandle handle) {
+    SetLock(Descriptor(handle), F_UNLCK, 0, 0);
     CloseDescriptor(Descriptor(handle));
 }
 
