@@ -1,6 +1,7 @@
 #include "locking/lock_table.h"
 
 #include <cstring>
+#include <functional>
 #include <new>
 
 #include "runtime/lock_heap.h"
@@ -113,8 +114,8 @@ LockOutcome LockTable::TakeRecordLock(const LockRequest& request, std::string_vi
     if (lock == nullptr) {
         return LockOutcome::NoMemory;
     }
-    lock->KeyHash = HashRecordKey(fileNameHash_, key);
-    outcome = LockBytes(lock->Byte, byteLocks_.Map().RecordUnit(lock->KeyHash), request.Exclusive);
+    const uint32_t unit = byteLocks_.Map().RecordUnit(HashRecordKey(fileNameHash_, key));
+    outcome = LockBytes(lock->Byte, unit, request.Exclusive);
     if (outcome != LockOutcome::Granted) {
         EndLock(*lock);
         return outcome;
@@ -123,6 +124,8 @@ LockOutcome LockTable::TakeRecordLock(const LockRequest& request, std::string_vi
     lock->Owner = request.Session;
     lock->Exclusive = request.Exclusive;
     lock->KeyLength = static_cast<uint32_t>(key.size());
+    // Not by the hash of the lock file, in which only the end of a long key counts.
+    lock->KeySpread = std::hash<std::string_view>()(key);
     if (!key.empty()) {
         std::memcpy(lock + 1, key.data(), key.size());
     }

@@ -2,6 +2,7 @@
 // for them; they only keep applications that ask for them apart.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string_view>
 
@@ -42,12 +43,12 @@ struct RecordLock {
     LockLink<RecordLock> OfHandle;
     uint32_t Owner = 0;  // handle of the session
     uint32_t KeyLength = 0;
-    uint32_t KeyHash = 0;
+    size_t KeySpread = 0;
     bool Exclusive = false;
     ByteLock Byte;
 
     std::string_view Key() const { return {reinterpret_cast<const char*>(this + 1), KeyLength}; }
-    uint32_t Spread() const { return Scatter(KeyHash); }
+    size_t Spread() const { return KeySpread; }
 };
 
 enum class LockOutcome : uint8_t {

@@ -3,6 +3,7 @@
 #include <map>
 #include <memory>
 #include <random>
+#include <set>
 
 #include "platform/platform.h"
 #include "support/held_ranges.h"
@@ -158,6 +159,20 @@ TEST_F(LockTable, ARefusedLockLeavesNothing) {
     EXPECT_EQ(process.Lock(1, kShared, other), Granted);
     EXPECT_TRUE(process.Unlock(1, other));
     EXPECT_TRUE(process.Unlock(1, "K"));
+}
+
+// Whatever keys have in common: a key that is spread like another one makes the tree deeper.
+TEST_F(LockTable, KeysWithLongEndsInCommonAreSpread) {
+    Process process(Path, 0);
+    std::set<size_t> spreads;
+    for (int i = 0; i < 100; ++i) {
+        ASSERT_EQ(process.Lock(1, kShared, std::to_string(i) + std::string(100, '*')), Granted);
+        spreads.insert(process.OfSession[1].Records->Spread());
+    }
+    EXPECT_EQ(spreads.size(), 100U);
+    while (process.OfSession[1].Records != nullptr) {
+        process.Table.Release(*process.OfSession[1].Records);
+    }
 }
 
 // Sessions take and give up locks on many keys; the lists and the tree hold them all, in their orders.
