@@ -10,12 +10,14 @@
 
 namespace qx::compare {
 
+using OpenStore = std::unique_ptr<Store>(const StoreSettings&);
+
 struct StoreKind {
     std::string_view Name;
     std::string_view Description;
     bool ManyThreads;    // several threads of a process may use it at once
     bool ManyProcesses;  // several processes may
-    std::unique_ptr<Store> (*Open)(const StoreSettings&);
+    OpenStore* Open;
     std::string_view Imitates = {};  // the store whose frame work it repeats, if it is a floor
 };
 
@@ -24,18 +26,7 @@ std::span<const StoreKind> Stores();
 
 const StoreKind* FindStore(std::string_view name);
 
-std::unique_ptr<Store> OpenCorvane(const StoreSettings& settings);
-std::unique_ptr<Store> OpenCorvaneUnlocked(const StoreSettings& settings);
-std::unique_ptr<Store> OpenFloor(const StoreSettings& settings);
-std::unique_ptr<Store> OpenFloorUnlocked(const StoreSettings& settings);
-std::unique_ptr<Store> OpenGdbm(const StoreSettings& settings);
-std::unique_ptr<Store> OpenTdb(const StoreSettings& settings);
-std::unique_ptr<Store> OpenTdbUnlocked(const StoreSettings& settings);
-std::unique_ptr<Store> OpenBerkeleyPrivate(const StoreSettings& settings);
-std::unique_ptr<Store> OpenBerkeleyConcurrent(const StoreSettings& settings);
-std::unique_ptr<Store> OpenLmdb(const StoreSettings& settings);
-std::unique_ptr<Store> OpenKyoto(const StoreSettings& settings);
-std::unique_ptr<Store> OpenTkrzw(const StoreSettings& settings);
-std::unique_ptr<Store> OpenSqlite(const StoreSettings& settings);
+OpenStore OpenCorvane, OpenCorvaneUnlocked, OpenFloor, OpenFloorUnlocked, OpenGdbm, OpenTdb, OpenTdbUnlocked,
+    OpenBerkeleyPrivate, OpenBerkeleyConcurrent, OpenLmdb, OpenKyoto, OpenTkrzw, OpenSqlite;
 
 }  // namespace qx::compare

@@ -3,7 +3,6 @@
 
 #include <array>
 #include <cstdint>
-#include <optional>
 #include <string_view>
 
 namespace qx {
@@ -42,15 +41,6 @@ enum class LockArea : uint8_t { UserSlots, IdentifierSlots, FileLocks, RecordLoc
 struct LockUnits {
     uint32_t First = 0;  // offset
     uint32_t Count = 0;
-};
-
-// What a lock offset stands for.
-struct LockPlace {
-    LockArea Area;
-    uint32_t Unit;  // number of the unit within the area
-    uint32_t Slot;  // byte within the unit; of a user or a shared lock, the user slot of its process
-
-    friend constexpr bool operator==(const LockPlace&, const LockPlace&) = default;
 };
 
 // Everything that can be locked has a unit, one byte wide for every user that the volume allows. Different things may
@@ -98,22 +88,6 @@ class LockMap {
             count -= piece;
         }
         return pieces;
-    }
-
-    // The other way round; nothing for a byte that is not used.
-    constexpr std::optional<LockPlace> PlaceAt(uint32_t offset) const {
-        for (auto area = static_cast<uint32_t>(LockArea::SelectLocks) + 1; area-- > 0;) {
-            const auto found = static_cast<LockArea>(area);
-            const uint32_t base = BaseOf(found);
-            if (offset >= base) {
-                const uint32_t unit = (offset - base) / users_;
-                if (unit >= CountOf(found)) {
-                    return std::nullopt;
-                }
-                return LockPlace{found, unit, (offset - base) % users_};
-            }
-        }
-        return std::nullopt;
     }
 
     constexpr uint32_t BaseOf(LockArea area) const {

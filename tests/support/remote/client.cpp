@@ -140,21 +140,45 @@ int32_t __wrap_QXTerminate(StatusRecord* status) {
     return local::Terminate(&ignored) != 0 ? result : 0;
 }
 
+// Calls on a session or file handle, alone or with one or two numbers.
+#define ON_HANDLE(name)                                            \
+    int32_t __wrap_##name(uint32_t handle, StatusRecord* status) { \
+        return CLIENT(name)(handle, status);                       \
+    }
+#define WITH_NUMBER(name)                                                           \
+    int32_t __wrap_##name(uint32_t handle, uint32_t number, StatusRecord* status) { \
+        return CLIENT(name)(handle, number, status);                                \
+    }
+#define WITH_NUMBERS(name)                                                                          \
+    int32_t __wrap_##name(uint32_t handle, uint32_t first, uint32_t second, StatusRecord* status) { \
+        return CLIENT(name)(handle, first, second, status);                                         \
+    }
+
+ON_HANDLE(QXCloseSession)
+ON_HANDLE(QXFlush)
+ON_HANDLE(QXUnlockAll)
+ON_HANDLE(QXCloseFile)
+ON_HANDLE(QXClearFile)
+ON_HANDLE(QXClearSelect)
+ON_HANDLE(QXUnlockFile)
+ON_HANDLE(QXSharedLockFile)
+ON_HANDLE(QXExclusiveLockFile)
+WITH_NUMBER(QXDeleteFile)
+WITH_NUMBER(QXDeleteRecord)
+WITH_NUMBER(QXReadNextKeyIdGroup)
+WITH_NUMBER(QXReadPreviousKeyIdGroup)
+WITH_NUMBER(QXSharedLockRecord)
+WITH_NUMBER(QXExclusiveLockRecord)
+WITH_NUMBER(QXUnlockRecord)
+WITH_NUMBER(QXUnlockGroup)
+WITH_NUMBERS(QXReadRecord)
+WITH_NUMBERS(QXReadOnlyRecord)
+WITH_NUMBERS(QXWriteRecord)
+WITH_NUMBERS(QXLockGroup)
+
 int32_t __wrap_QXOpenSession(BufferCallback callback, const SessionOptions* options, uint32_t* session,
                              StatusRecord* status) {
     return CLIENT(QXOpenSession)(callback, options, session, status);
-}
-
-int32_t __wrap_QXCloseSession(uint32_t session, StatusRecord* status) {
-    return CLIENT(QXCloseSession)(session, status);
-}
-
-int32_t __wrap_QXFlush(uint32_t session, StatusRecord* status) {
-    return CLIENT(QXFlush)(session, status);
-}
-
-int32_t __wrap_QXUnlockAll(uint32_t session, StatusRecord* status) {
-    return CLIENT(QXUnlockAll)(session, status);
 }
 
 int32_t __wrap_QXGetStatistics(uint32_t session, uint32_t kind, uint32_t path, uint32_t subjectHandle,
@@ -166,37 +190,9 @@ int32_t __wrap_QXCreateFile(uint32_t session, uint32_t name, const CreateOptions
     return CLIENT(QXCreateFile)(session, name, options, status);
 }
 
-int32_t __wrap_QXDeleteFile(uint32_t session, uint32_t name, StatusRecord* status) {
-    return CLIENT(QXDeleteFile)(session, name, status);
-}
-
 int32_t __wrap_QXOpenFile(uint32_t session, uint32_t name, const OpenOptions* options, uint32_t* file,
                           StatusRecord* status) {
     return CLIENT(QXOpenFile)(session, name, options, file, status);
-}
-
-int32_t __wrap_QXCloseFile(uint32_t file, StatusRecord* status) {
-    return CLIENT(QXCloseFile)(file, status);
-}
-
-int32_t __wrap_QXClearFile(uint32_t file, StatusRecord* status) {
-    return CLIENT(QXClearFile)(file, status);
-}
-
-int32_t __wrap_QXClearSelect(uint32_t file, StatusRecord* status) {
-    return CLIENT(QXClearSelect)(file, status);
-}
-
-int32_t __wrap_QXUnlockFile(uint32_t file, StatusRecord* status) {
-    return CLIENT(QXUnlockFile)(file, status);
-}
-
-int32_t __wrap_QXSharedLockFile(uint32_t file, StatusRecord* status) {
-    return CLIENT(QXSharedLockFile)(file, status);
-}
-
-int32_t __wrap_QXExclusiveLockFile(uint32_t file, StatusRecord* status) {
-    return CLIENT(QXExclusiveLockFile)(file, status);
 }
 
 int32_t __wrap_QXGetFileHeader(uint32_t file, FileHeaderRecord* header, StatusRecord* status) {
@@ -207,53 +203,9 @@ int32_t __wrap_QXGetGroupNumber(uint32_t file, uint32_t key, uint32_t* group, St
     return CLIENT(QXGetGroupNumber)(file, key, group, status);
 }
 
-int32_t __wrap_QXReadRecord(uint32_t file, uint32_t key, uint32_t record, StatusRecord* status) {
-    return CLIENT(QXReadRecord)(file, key, record, status);
-}
-
-int32_t __wrap_QXReadOnlyRecord(uint32_t file, uint32_t key, uint32_t record, StatusRecord* status) {
-    return CLIENT(QXReadOnlyRecord)(file, key, record, status);
-}
-
-int32_t __wrap_QXWriteRecord(uint32_t file, uint32_t key, uint32_t record, StatusRecord* status) {
-    return CLIENT(QXWriteRecord)(file, key, record, status);
-}
-
-int32_t __wrap_QXDeleteRecord(uint32_t file, uint32_t key, StatusRecord* status) {
-    return CLIENT(QXDeleteRecord)(file, key, status);
-}
-
-int32_t __wrap_QXReadNextKeyIdGroup(uint32_t file, uint32_t keyList, StatusRecord* status) {
-    return CLIENT(QXReadNextKeyIdGroup)(file, keyList, status);
-}
-
-int32_t __wrap_QXReadPreviousKeyIdGroup(uint32_t file, uint32_t keyList, StatusRecord* status) {
-    return CLIENT(QXReadPreviousKeyIdGroup)(file, keyList, status);
-}
-
 int32_t __wrap_QXVerifyGroup(uint32_t file, uint32_t mode, uint32_t group, uint32_t statisticsReport,
                              uint32_t problemReport, StatusRecord* status) {
     return CLIENT(QXVerifyGroup)(file, mode, group, statisticsReport, problemReport, status);
-}
-
-int32_t __wrap_QXSharedLockRecord(uint32_t file, uint32_t key, StatusRecord* status) {
-    return CLIENT(QXSharedLockRecord)(file, key, status);
-}
-
-int32_t __wrap_QXExclusiveLockRecord(uint32_t file, uint32_t key, StatusRecord* status) {
-    return CLIENT(QXExclusiveLockRecord)(file, key, status);
-}
-
-int32_t __wrap_QXUnlockRecord(uint32_t file, uint32_t key, StatusRecord* status) {
-    return CLIENT(QXUnlockRecord)(file, key, status);
-}
-
-int32_t __wrap_QXLockGroup(uint32_t file, uint32_t group, uint32_t exclusive, StatusRecord* status) {
-    return CLIENT(QXLockGroup)(file, group, exclusive, status);
-}
-
-int32_t __wrap_QXUnlockGroup(uint32_t file, uint32_t group, StatusRecord* status) {
-    return CLIENT(QXUnlockGroup)(file, group, status);
 }
 
 }  // extern "C"
