@@ -9,6 +9,7 @@
 #include "runtime/library_record.h"
 #include "support/fake_time.h"
 #include "support/file_test.h"
+#include "support/statistics.h"
 
 namespace qx_test {
 namespace {
@@ -640,7 +641,6 @@ class NoWaitEvent : public FileTest {
             ExpectRefusal(call, {1028, 0, 0}, Counter::ClaimMutexInitSuspendErrors);
         }
         mutex.Release(node);
-        ExpectNothingHeld();
     }
 
     // Only a file that is shut needs its mutex.
@@ -694,10 +694,36 @@ TEST_F(NoWaitEvent, EveryClaimIsRefused) {
         [&](StatusRecord* status) { return QXLockGroup(file, 0xFFFFFFFE, 1, status); },
     };
     ExpectRefusals(Record(file).StructureMutex, onStructure);
+    ExpectNothingHeld();
     EXPECT_EQ(ReadHashedFile(Path("F")).Overflow, bytes.Overflow);
     EXPECT_EQ(Get(file, "long"), Data(1000));
     EXPECT_TRUE(Close(file));
     EXPECT_EQ(Problems("F"), "");
+}
+
+TEST_F(NoWaitEvent, EveryClaimOfLocksIsRefused) {
+    const uint32_t file = CreateAndOpen("F");
+    ASSERT_TRUE(Run([&](StatusRecord* status) { return QXSharedLockFile(file, status); }));
+    Buffer(kKey) = "K";
+    std::vector<std::function<int32_t(StatusRecord*)>> calls = {
+        [&](StatusRecord* status) { return QXExclusiveLockFile(file, status); },
+        [&](StatusRecord* status) { return QXUnlockFile(file, status); },
+        [&](StatusRecord* status) { return QXExclusiveLockRecord(file, kKey, status); },
+        [&](StatusRecord* status) { return QXUnlockRecord(file, kKey, status); },
+        [&](StatusRecord* status) { return QXUnlockAll(Session, status); },
+        [&](StatusRecord* status) {
+            return QXGetStatistics(Session, kSessionReport, kName, Session, 0, kReportNames, kReportValues, status);
+        },
+    };
+    ExpectRefusals(qx::theLibrary.Sessions.PayloadOf<qx::SessionRecord>(Session)->LockMutex, calls);
+    for (const auto& [kind, subject] : {std::pair{kFileReport, 0U}, {kHandleReport, file}}) {
+        calls.emplace_back([&, kind = kind, subject = subject](StatusRecord* status) {
+            return QXGetStatistics(Session, kind, kName, subject, 0, kReportNames, kReportValues, status);
+        });
+    }
+    ExpectRefusals(Record(file).Locks.Mutex, calls);
+    EXPECT_TRUE(Run([&](StatusRecord* status) { return QXUnlockFile(file, status); })) << "still held";
+    ExpectNothingHeld();
 }
 
 TEST_F(NoWaitEvent, EveryGroupLockIsRefused) {

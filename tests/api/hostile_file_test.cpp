@@ -1,4 +1,5 @@
-// Files that are damaged or were made to do damage: every call gives a clear answer, in bounded time and memory.
+// Files that are damaged or were made to do damage: every call gives a clear answer, in bounded time and memory. So
+// does the byte checker.
 #include <algorithm>
 #include <filesystem>
 #include <functional>
@@ -259,6 +260,13 @@ TEST_F(HostileFile, RandomDamageIsSurvived) {
             Put16(&file.primary[20], 2);  // the number of groups stays
         }
         file.Save(Path("F"));
+        uint64_t delivered = 0;
+        const qx_check::Report report = qx_check::CheckFile(
+            Path("F"), {},
+            [&](std::string_view key, std::string_view data, uint32_t) { delivered += key.size() + data.size(); });
+        ASSERT_TRUE(report.readable);
+        ASSERT_LE(report.problems.size(), qx_check::Options().maximumProblems + 1);
+        ASSERT_LE(delivered, file.primary.size() + file.overflow.size());
         const uint32_t handle = Open("F");
         ASSERT_NE(handle, kNone);
         for (uint32_t step = 0; step < 20; ++step) {

@@ -1,9 +1,7 @@
 // QXSharedLockFile, QXExclusiveLockFile, QXUnlockFile, QXSharedLockRecord, QXExclusiveLockRecord, QXUnlockRecord,
 // QXUnlockAll.
-#include "runtime/library_record.h"
 #include "runtime/lock_heap.h"
 #include "support/file_test.h"
-#include "support/held_ranges.h"
 
 namespace qx_test {
 namespace {
@@ -81,25 +79,6 @@ TEST_F(LockCalls, FailWithoutATrace) {
     RefuseCallback(0, 1, {7, 8, 9});
     EXPECT_EQ(UnlockRecord(file, "K"), (Status{7, 8, 9})) << "here the callback's own word";
     AcceptCallbacks();
-
-    // Nobody can be waited for without an event, and then nothing is done.
-    ASSERT_EQ(LockFile(file, false), kNothing);
-    qx::SessionRecord& session = *qx::theLibrary.Sessions.PayloadOf<qx::SessionRecord>(Session);
-    for (qx::ClaimMutex* mutex : {&session.LockMutex, &Record(file).Locks.Mutex}) {
-        qx::ClaimMutex::Node node;
-        ASSERT_TRUE(mutex->TryClaim(node));
-        Faults.Fail(Call::EventReset, 1, qx::SystemError::Other, true);
-        Faults.Fail(Call::EventCreate, 1, qx::SystemError::Other, true);
-        for (const Status& status : {LockFile(file, true), LockRecord(file, "K", true), UnlockFile(file),
-                                     UnlockRecord(file, "K"), UnlockAll(Session)}) {
-            EXPECT_EQ(status, (Status{1028, 0, 0}));
-        }
-        Faults.Clear();
-        mutex->Release(node);
-        EXPECT_EQ(Locks(), 1U);
-    }
-    EXPECT_EQ(UnlockFile(file), kNothing);
-    EXPECT_EQ(Held(), before);
 }
 
 TEST_F(LockCalls, EndWithWhatTheyWereTakenThrough) {
@@ -135,34 +114,6 @@ TEST_F(LockCalls, EndWithWhatTheyWereTakenThrough) {
     EXPECT_TRUE(Run([&](StatusRecord* status) { return QXCloseSession(first, status); }));
     EXPECT_EQ(Locks(), 0U);
     EXPECT_EQ(LockFile(others, true), kNothing);  // which the end of the library finds held
-}
-
-TEST_F(LockCalls, AreCountedAndReachTheLockFile) {
-    const uint32_t file = CreateAndOpen("CUST");
-    const uint32_t session = Session;
-    EXPECT_EQ(LockFile(file, false), kNothing);
-    EXPECT_EQ(LockRecord(file, "K1", true), kNothing);
-    const std::vector<Range> ranges = HeldRanges(Path("MOXLOCKS"));
-    constexpr uint64_t kFirst = 0x7FFFFFFF00000000;
-    EXPECT_EQ(ranges, (std::vector<Range>{{kFirst + 1, kFirst + 1},  // the user slot
-                                          {kFirst + 0x1EA7AC00, kFirst + 0x1EA7AC00},
-                                          {kFirst + 0x598BAC00, kFirst + 0x598BAFFF}}));
-    EXPECT_EQ(UnlockFile(file), kNothing);
-    EXPECT_EQ(UnlockRecord(file, "K1"), kNothing);
-    EXPECT_EQ(LockFile(file, true), kNothing);
-    EXPECT_EQ(LockRecord(file, "K1", false), kNothing);
-    EXPECT_EQ(UnlockAll(session), kNothing);
-    EXPECT_EQ(HeldRanges(Path("MOXLOCKS")).size(), 1U);
-    const qx::CounterSet& ofSession = qx::theLibrary.Sessions.PayloadOf<qx::SessionRecord>(session)->Counters;
-    for (const Counter counter : {Counter::SharedLockFiles, Counter::ExclusiveLockFiles, Counter::UnlockFiles,
-                                  Counter::SharedLockRecords, Counter::ExclusiveLockRecords, Counter::UnlockRecords}) {
-        for (const qx::CounterSet* level :
-             {&ofSession, &std::as_const(Record(file).Volume.Counters), &std::as_const(Record(file).Counters),
-              &std::as_const(Handle(file).Counters)}) {
-            EXPECT_EQ(level->Value(counter), 1U) << static_cast<int>(counter);
-        }
-    }
-    EXPECT_EQ(ofSession.Value(Counter::UnlockAlls), 1U);
 }
 
 }  // namespace

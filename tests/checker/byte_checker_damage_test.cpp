@@ -1,8 +1,7 @@
-// Damages good files in every way we can think of, then in ways that nobody thought of.
+// Damages good files in every way we can think of.
 #include <algorithm>
 #include <fstream>
 #include <functional>
-#include <iostream>
 
 #include "check_fixture.h"
 
@@ -84,14 +83,9 @@ const std::vector<Damage>& HeaderAndGroupDamages() {
         {"frame size other", [](Sample& s) { Put16(s.Primary(0, 13), 320); }, "FILE.LK: length 1280 is not"},
         {"frame size huge", [](Sample& s) { Put16(s.Primary(0, 26), 0xFFFF); }, "FILE.LK: length 1280 is not"},
         {"threshold", [](Sample& s) { *s.Primary(0, 19) = 24; }, "FILE.LK frame 0 position 19: Threshold 24"},
-        {"alpha", [](Sample& s) { ++*s.Primary(0, 15); }, "FILE.LK frame 0 position 15: Alpha is"},
-        {"alpha, high part", [](Sample& s) { *s.Primary(0, 31) = 1; }, "position 15: Alpha is"},
-        {"record count", [](Sample& s) { --*s.Primary(0, 22); }, "FILE.LK frame 0 position 22: RecordCount is 40"},
         {"primary file too long", [](Sample& s) { s.file.primary.push_back(0); }, "FILE.LK: length 1281 is not"},
         {"primary file too short", [](Sample& s) { s.file.primary.pop_back(); }, "FILE.LK: length 1279 is not"},
 
-        {"first byte of a group", [](Sample& s) { *s.Primary(3) = 14; },
-         "FILE.LK frame 3 position 0: first byte is 14"},
         {"stamp newer",
          [](Sample& s) {
              *s.Primary(2, 9) = 6;
@@ -99,9 +93,6 @@ const std::vector<Damage>& HeaderAndGroupDamages() {
          },
          "FILE.LK frame 1 position 9"},
         {"stamp older", [](Sample& s) { *s.Primary(4, 9) = 4; }, "FILE.LK frame 4 position 9: ModuloStamp 4"},
-        {"first byte of an overflow frame", [](Sample& s) { *s.Overflow(s.LongFrame(1)) = 13; },
-         "position 0: first byte is 13, not 14"},
-        {"owner", [](Sample& s) { ++*s.Overflow(s.LongFrame(1), 9); }, "position 9: OwnerGroup is"},
         {"link to frame 0 too early", [](Sample& s) { Put32(s.LongPrimary(1), 0); }, "position 1: ForwardLink is 0"},
         {"link beyond the file", [](Sample& s) { Put32(s.LongPrimary(1), 10000); }, "ForwardLink 10000 is not between"},
         {"chain in a circle", [](Sample& s) { Put32(s.Overflow(s.LongFrame(2), 1), s.LongFrame(0)); },
@@ -129,12 +120,8 @@ const std::vector<Damage>& HeaderAndGroupDamages() {
              std::copy_n("\x7F\xFF", 2, start + 2);
          },
          "is less than the record's key"},
-        {"terminator", [](Sample& s) { *(s.Mark() - 1) = 0xFE; }, "record terminator is 254, not 255"},
-        {"no end-of-group mark", [](Sample& s) { *s.Mark() = 0x81; }, "frame"},
         {"group ends early", [](Sample& s) { *s.LongPrimary(s.longGroup == 0 ? 32 : 13) = 0x80; },
          "in the frame of the end-of-group mark"},
-        {"fill", [](Sample& s) { *s.LastOfLong(kFrameSize - 1) = 1; },
-         "position 255: byte 1 after the end-of-group mark"},
         {"key of another group",
          [](Sample& s) {
              uint8_t* key = s.LongPrimary((s.longGroup == 0 ? 32 : 13) + 3);
@@ -155,7 +142,6 @@ const std::vector<Damage>& HeaderAndGroupDamages() {
 
 const std::vector<Damage>& FreeListDamages() {
     static const std::vector<Damage> damages = {
-        {"first byte of the list", [](Sample& s) { *s.Overflow(0) = 13; }, "FILE.OV frame 0 position 0: first byte"},
         {"no entries", [](Sample& s) { Put16(s.Overflow(0, 1), 0); }, "FILE.OV frame 0 position 1: EntryCount 0"},
         {"too many entries", [](Sample& s) { Put16(s.Overflow(0, 1), 63); }, "position 1: EntryCount 63"},
         {"high water 0", [](Sample& s) { Put32(s.Overflow(0, 7), 0); }, "position 7: HighWater is 0"},
@@ -282,56 +268,6 @@ TEST_F(ByteCheckerDamage, OfAnySingleByte) {
                 put(bytes[offset] ^ change);
             }
         }
-    }
-}
-
-// Fields of all widths get hostile values and files are cut and stretched: the checker must come back with a bounded
-// answer, whatever it reads. Run under sanitizers for what this cannot see.
-TEST_F(ByteCheckerDamage, AtRandomNeverHarmsTheChecker) {
-    const uint32_t seed = std::random_device()();
-    std::cout << "seed " << seed << std::endl;
-    std::mt19937 random(seed);
-    const auto below = [&random](size_t bound) { return random() % bound; };
-    for (int round = 0; round < 1500; ++round) {
-        Sample sample(below(2) == 0 ? 3 : kManyFree);
-        for (size_t i = 1 + below(6); i > 0; --i) {
-            std::vector<uint8_t>& bytes = below(2) == 0 ? sample.file.primary : sample.file.overflow;
-            if (below(12) == 0) {
-                bytes.resize(below(2 * bytes.size() + 1));
-            }
-            if (bytes.size() < 8) {
-                continue;
-            }
-            // Mostly in the first bytes of a frame, where the structure is.
-            const size_t frame = below(bytes.size() / kFrameSize + 1) * kFrameSize;
-            const size_t offset = std::min(frame + below(below(2) == 0 ? 40 : kFrameSize), bytes.size() - 4);
-            const uint32_t hostile[] = {0,
-                                        1,
-                                        0x7FFFFFFF,
-                                        0x80808080,
-                                        0xFFFFFFFF,
-                                        static_cast<uint32_t>(below(120)),
-                                        static_cast<uint32_t>(random())};
-            const uint32_t value = hostile[below(std::size(hostile))];
-            switch (below(3)) {
-                case 0:
-                    bytes[offset] = static_cast<uint8_t>(value);
-                    break;
-                case 1:
-                    Put16(bytes.data() + offset, static_cast<uint16_t>(value));
-                    break;
-                default:
-                    Put32(bytes.data() + offset, value);
-            }
-        }
-        uint64_t delivered = 0;
-        const Report report =
-            Check(sample.file, {}, [&delivered](std::string_view key, std::string_view data, uint32_t) {
-                delivered += key.size() + data.size();
-            });
-        ASSERT_TRUE(report.readable) << AllProblems(report);
-        ASSERT_LE(report.problems.size(), Options().maximumProblems + 1);
-        ASSERT_LE(delivered, sample.file.primary.size() + sample.file.overflow.size());
     }
 }
 

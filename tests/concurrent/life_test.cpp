@@ -56,6 +56,7 @@ void OpenAndClose(Crew::Member& member, SharedFile& file, Owner& owner) {
 void FlushAndAsk(Crew::Member& member, SharedFile& file) {
     const auto opened = file.OpenOwn();
     while (member.GoOn()) {
+        member.AwaitShift();
         member.Step("flushing");
         opened->Session.Flush();
         member.Step("reading the header");
@@ -212,14 +213,14 @@ class ConcurrentLife : public testing::TestWithParam<FileSettings> {
         }
     }
 
-    void AddClearer(uint32_t mostMicrosecondsBetween) {
-        crew_.Add("clearer", [this, mostMicrosecondsBetween](Crew::Member& member) {
+    void AddClearer() {
+        crew_.Add("clearer", [this](Crew::Member& member) {
             const auto opened = file_.OpenOwn();
             while (member.GoOn()) {
                 member.AwaitShift();
                 member.Step("clearing");
                 opened->File.Clear();
-                Rest(member.Below(mostMicrosecondsBetween));
+                Rest(member.Below(200'000));
             }
         });
     }
@@ -238,36 +239,15 @@ class ConcurrentLife : public testing::TestWithParam<FileSettings> {
     Crew crew_{seed_};
 };
 
-TEST_P(ConcurrentLife, OpeningClosingFlushing) {
-    AddWorkers(Owner::Clears::No);
-    AddOwner("opener", [this](Crew::Member& member, Owner& owner) { OpenAndClose(member, file_, owner); });
-    crew_.Add("flusher", [this](Crew::Member& member) { FlushAndAsk(member, file_); });
-    crew_.Run();
-    file_.Check(Due());
-}
-
-TEST_P(ConcurrentLife, GroupLocksAndSelectHolds) {
+TEST_P(ConcurrentLife, LocksHoldsAndWalks) {
     crew_.WorkInShifts();
     AddWorkers(Owner::Clears::No);
     AddOwner("opener", [this](Crew::Member& member, Owner& owner) { OpenAndClose(member, file_, owner); });
     AddOwner("holder", [this](Crew::Member& member, Owner& owner) { HoldSelect(member, file_, owner); });
+    crew_.Add("flusher", [this](Crew::Member& member) { FlushAndAsk(member, file_); });
     crew_.Add("locker 0", [this](Crew::Member& member) { LockAndUnlock(member, file_); });
     crew_.Add("locker 1", [this](Crew::Member& member) { LockAndUnlock(member, file_); });
-    crew_.Run();
-    file_.Check(Due());
-}
-
-TEST_P(ConcurrentLife, Clearing) {
-    AddWorkers(Owner::Clears::Yes);
-    AddClearer(20'000);
-    crew_.Run();
-    file_.Check();
-}
-
-TEST_P(ConcurrentLife, WalkingAndVerifying) {
-    AddWorkers(Owner::Clears::No);
-    crew_.Add("walker 0", [this](Crew::Member& member) { WalkKeys(member, file_); });
-    crew_.Add("walker 1", [this](Crew::Member& member) { WalkKeys(member, file_); });
+    crew_.Add("walker", [this](Crew::Member& member) { WalkKeys(member, file_); });
     crew_.Add("verifier", [this](Crew::Member& member) { Verify(member, file_); });
     crew_.Run();
     file_.Check(Due());
@@ -277,7 +257,7 @@ TEST_P(ConcurrentLife, WalkingAndVerifying) {
 TEST_P(ConcurrentLife, EverythingAtOnce) {
     crew_.WorkInShifts();
     AddWorkers(Owner::Clears::Yes);
-    AddClearer(200'000);
+    AddClearer();
     crew_.Add("walker", [this](Crew::Member& member) { WalkKeys(member, file_); });
     crew_.Add("verifier", [this](Crew::Member& member) { Verify(member, file_); });
     crew_.Add("locker", [this](Crew::Member& member) { LockAndUnlock(member, file_); });

@@ -31,31 +31,6 @@ Served Serve(std::uint32_t operation, std::uint32_t buffer, std::uint32_t length
     return served;
 }
 
-TEST(FaceBuffers, AListKeepsItsBytesWhileItGrows) {
-    std::string list;
-    CallBuffers buffers;
-    const std::uint32_t buffer = buffers.Output(list);
-    std::string expected;
-    std::uint32_t capacity = 0;
-    int extensions = 0;
-    char* bytes = nullptr;
-    for (std::uint32_t length = 1; length <= 10'000; ++length) {
-        if (length > capacity) {
-            const Served served = Serve(1, buffer, length);
-            ASSERT_EQ(served.Result, 1);
-            ASSERT_GE(served.Length, length);
-            capacity = served.Length;
-            bytes = static_cast<char*>(served.Address);
-            ++extensions;
-        }
-        bytes[length - 1] = static_cast<char>(length);
-        expected += static_cast<char>(length);
-    }
-    EXPECT_LT(extensions, 20);
-    ASSERT_EQ(Serve(2, buffer, 10'000).Result, 1);
-    EXPECT_EQ(list, expected);
-}
-
 TEST(FaceBuffers, AListThatComesAsAWholeIsCutAtItsDelimiters) {
     using Keys = std::vector<std::string>;
     const std::pair<std::string, Keys> cases[] = {{"", {}},

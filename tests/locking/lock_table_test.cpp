@@ -118,21 +118,6 @@ TEST_F(LockTable, WhoGetsWhatBesideAnotherLock) {
     }
 }
 
-TEST_F(LockTable, LocksLieWhereTheMapPutsThem) {
-    const auto bytes = [](uint32_t first, uint64_t count) {
-        return Range{0x7FFFFFFF00000000 + first, 0x7FFFFFFF00000000 + first + count - 1};
-    };
-    Process process(Path, 3);
-    ASSERT_EQ(process.Lock(1, kExclusive), Granted);
-    ASSERT_EQ(process.Lock(1, kShared, "K1"), Granted);
-    ASSERT_EQ(process.Lock(2, kShared, "K1"), Granted);
-    EXPECT_EQ(HeldRanges(Path), (std::vector{bytes(0x1EA7AC00, 1024), bytes(0x598BAC03, 1)}));
-    EXPECT_TRUE(process.Unlock(1));
-    EXPECT_TRUE(process.Unlock(1, "K1"));
-    EXPECT_EQ(HeldRanges(Path), (std::vector{bytes(0x598BAC03, 1)}));
-    EXPECT_TRUE(process.Unlock(2, "K1"));
-}
-
 TEST_F(LockTable, ARefusedLockLeavesNothing) {
     Process process(Path, 0);
     Platform.Fail(Call::Lock, 1);

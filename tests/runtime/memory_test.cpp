@@ -119,27 +119,6 @@ TEST_F(WorkArea, NoMemoryIsCountedAndLosesNothing) {
     });
 }
 
-TEST(BufferAccess, RefusalsCarryTheStatusThatTheCallbackLeft) {
-    const qx::BufferAccess buffers(TestCallback);
-    Buffer(1) = "abc";
-    EXPECT_EQ(buffers.Get(1), "abc");
-    EXPECT_GE(buffers.Extend(1, 10).size(), 10U);
-    EXPECT_EQ(Buffer(1).substr(0, 3), "abc");
-    EXPECT_EQ(buffers.Allocate(1, 2).size(), 2U);
-    EXPECT_EQ(Buffer(1), "ab");
-    for (const uint32_t operation : {0U, 1U, 2U}) {
-        const auto call = [&] {
-            operation == 0   ? void(buffers.Get(1))
-            : operation == 1 ? void(buffers.Extend(1, 5))
-                             : void(buffers.Allocate(1, 5));
-        };
-        RefuseCallback(operation, 1, {4711, 1, 2});
-        EXPECT_EQ(Raised(call), (Status{4711, 1, 2})) << operation;
-        EXPECT_EQ(Raised(call), kNothing) << operation;
-    }
-    AcceptCallbacks();
-}
-
 TEST(BufferAccess, ACallbackThatHandsOverNothingHasRefused) {
     const auto expectRefused = [](BufferCallback callback) {
         const qx::BufferAccess buffers(callback);

@@ -30,23 +30,6 @@ class WaitEventPool : public ProcessSetUp {
     }
 };
 
-TEST_F(WaitEventPool, GrowsBySixteenAndKeepsItsEvents) {
-    EXPECT_EQ(theWaitEvents.Capacity(), 16U);
-    EXPECT_EQ(Platform.Held.Events, 0) << "events are made when they are needed";
-    std::vector<EventIndex> events = Take(16);
-    EXPECT_EQ(theWaitEvents.Capacity(), 16U);
-    events.push_back(Take(1).front());
-    EXPECT_EQ(theWaitEvents.Capacity(), 32U);
-    EXPECT_EQ(theWaitEvents.TakenCount(), 17U);
-    GiveBack(events);
-    EXPECT_EQ(theWaitEvents.TakenCount(), 0U);
-    EXPECT_EQ(Take(1).front(), events.back()) << "last given back, first taken";
-    theWaitEvents.GiveBack(events.back());
-    GiveBack(Take(17));
-    EXPECT_EQ(Platform.Held.Events, 17);
-    EXPECT_EQ(Platform.Count(Call::EventCreate), 17U);
-}
-
 TEST_F(WaitEventPool, ASignalOfTheLastUserIsForgotten) {
     const EventIndex event = Take(1).front();
     theWaitEvents.Signal(event);

@@ -4,6 +4,7 @@
 #include <new>
 #include <span>
 
+#include "stats/report_writer.h"
 #include "support/file_test.h"
 #include "support/scripted_server.h"
 #include "support/statistics.h"
@@ -317,18 +318,6 @@ TEST_F(Reports, ListTheLocksOfApplications) {
     EXPECT_EQ(ofHandle(second), "false;ab,true");
     EXPECT_EQ(ofHandle(other), "true;x,false");
 
-    // A lock table that somebody else has, and no wait event to wait for it with.
-    qx::ClaimMutex::Node node;
-    ASSERT_TRUE(Record(first).Locks.Mutex.TryClaim(node));
-    for (const auto& [kind, subject] :
-         {std::pair{kFileReport, 0U}, {kSessionReport, session}, {kHandleReport, first}}) {
-        Faults.Fail(Call::EventCreate, 1);
-        Faults.Fail(Call::EventReset, 1);
-        EXPECT_EQ(GetStatistics(Session, kind, Path("F"), subject), (Status{1028, 0, 0}));
-        Faults.Clear();
-        EXPECT_EQ(Buffer(kReportNames).back(), '\xFE') << "what was written before stays";
-    }
-    Record(first).Locks.Mutex.Release(node);
     EXPECT_TRUE(Run([&](StatusRecord* status) { return QXUnlockAll(session, status); }));
     EXPECT_EQ(ofHandle(second), ";");
     EXPECT_TRUE(Run([&](StatusRecord* status) { return QXUnlockAll(Session, status); }));
@@ -409,6 +398,29 @@ TEST_F(Reports, AFailureLeavesNothingBehind) {
         EXPECT_LE(Buffer(kReportNames).size(), 10U);
         ExpectNothingHeld(1);
     }
+}
+
+TEST_F(Reports, GrowUpToTheSessionsLimit) {
+    for (const uint32_t limit : {12U, 13U}) {
+        OpenSession(limit);
+        Buffer(kReportNames).clear();
+        Buffer(kReportValues).clear();
+        EXPECT_EQ(GetStatistics(Session, kServersReport), limit == 13 ? kNothing : (Status{1002, 0, 0}));
+        EXPECT_EQ(Buffer(kReportNames), limit == 13 ? "Server Names\xFE" : "");
+    }
+}
+
+// An entry of no bytes takes the deeper marks before it away, up to the first byte that is none, be it a mark's or not.
+TEST_F(Reports, OnlyDeeperMarksAreDropped) {
+    qx::SessionRecord session;
+    session.Buffers = qx::BufferAccess(TestCallback);
+    Buffer(kReportNames) = Buffer(kReportValues) = "left over";
+    qx::ReportWriter report(session, kReportNames, kReportValues);
+    report.Bytes("key\xFA\xF9\xFB\xFD");
+    report.End();
+    report.Nested([&] { report.Bytes("\xF9\xFA\xFD"); });
+    report.Finish();
+    EXPECT_EQ(Buffer(kReportValues), "key\xFA\xF9\xFB\xFD\xFE\xFE\xF9\xFE");
 }
 
 // The remote-call library at the process's report, and servers of which one is not there.

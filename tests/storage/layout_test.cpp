@@ -3,7 +3,6 @@
 #include <initializer_list>
 #include <vector>
 
-#include "storage/layout/empty_group.h"
 #include "storage/layout/file_header.h"
 #include "storage/layout/frame_header.h"
 #include "storage/layout/free_list_frame.h"
@@ -148,50 +147,6 @@ TEST(FreeListLayout, HoldsWhatFitsInTwoHalves) {
     EXPECT_EQ(of(256), (std::array{62U, 31U, 15U, 131U}));
     EXPECT_EQ(of(260), (std::array{62U, 31U, 15U, 131U})) << "an odd number of entries is rounded down";
     EXPECT_EQ(of(0x100000), (std::array{65534U, 32767U, 16383U, 131075U})) << "what a 16-bit count can say";
-}
-
-TEST(FreeListLayout, EntriesStandWhereTheyBelong) {
-    Bytes bytes(31, kOther);
-    FreeListFrame frame(bytes.data());
-    frame.MakeEmpty(31, 0x20);
-    EXPECT_EQ(bytes, Joined({{14, 1, 0, 0, 0, 0, 0, 1, 0, 0, 0}, Bytes(20, 0x20)}));
-    EXPECT_TRUE(frame.IsDescending());
-    frame.SetCount(0x0102);
-    frame.SetNext(0x01020304);
-    frame.SetEntry(0, 0x11121314);
-    frame.SetEntry(1, 5);
-    EXPECT_EQ(bytes, Joined({{14, 2, 1, 4, 3, 2, 1, 0x14, 0x13, 0x12, 0x11, 5, 0, 0, 0}, Bytes(16, 0x20)}));
-    EXPECT_EQ(frame.Count(), 0x0102U);
-    EXPECT_EQ(frame.Next(), 0x01020304U);
-    EXPECT_EQ(frame.Entry(0), 0x11121314U);
-
-    frame.SetCount(3);
-    frame.SetEntry(2, 4);
-    EXPECT_TRUE(frame.IsDescending());
-    frame.SetEntry(2, 5);
-    EXPECT_FALSE(frame.IsDescending());
-    frame.SetEntry(2, 0);
-    EXPECT_FALSE(frame.IsDescending());
-    frame.SetCount(0);
-    EXPECT_FALSE(frame.IsDescending());
-}
-
-TEST(EmptyGroupLayout, IsHeaderMarkAndFill) {
-    constexpr uint8_t kFill = 0x20;
-    constexpr uint32_t kFrameSize = 64;
-    for (const auto& [given, ignored] : HeaderCases()) {
-        FileHeader header = given;
-        header.FrameSize = kFrameSize;
-        Bytes first(header.HeaderLength);
-        EncodeFileHeader(header, first.data());
-        Bytes frame(kFrameSize, kOther);
-        MakeEmptyHeaderGroup(header, kFill, frame.data());
-        EXPECT_EQ(frame, Joined({first, {0x80}, Bytes(kFrameSize - first.size() - 1, kFill)}));
-
-        TurnIntoEmptyGroup(kFill, frame.data());
-        const Bytes other = {13, 0, 0, 0, 0, 0, 0, 0, 0, 4, 3, 2, 1, 0x80};
-        EXPECT_EQ(frame, Joined({other, Bytes(kFrameSize - other.size(), kFill)}));
-    }
 }
 
 }  // namespace

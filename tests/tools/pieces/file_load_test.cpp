@@ -35,20 +35,6 @@ TEST(FileLoad, GrowingAndShrinkingFollowThresholdAndSizeLock) {
     }
 }
 
-TEST(FileLoad, SharesAreOfFramesAndOfTheThreshold) {
-    const FileLoad load(TenGroups(0, 4000));
-    EXPECT_EQ(load.ThresholdBytes, 500u);
-    EXPECT_DOUBLE_EQ(load.PercentOfFrames.value(), 40);
-    EXPECT_DOUBLE_EQ(load.PercentOfThreshold.value(), 80);
-    EXPECT_DOUBLE_EQ(load.BytesPerGroup.value(), 400);
-}
-
-TEST(FileLoad, OneGroupNeverShrinks) {
-    qx::HeaderValues header = TenGroups(0, 33);
-    header.Modulo = 1;
-    EXPECT_FALSE(FileLoad(header).WouldShrink.value());
-}
-
 TEST(FileLoad, ALoadThat32BitsMayNotTellIsUnknown) {
     qx::HeaderValues header = TenGroups(0, 4000);
     header.Modulo = 65536;
