@@ -38,6 +38,7 @@ CreateSettings CreateSettingsFor(const StoreSettings& settings) {
         const tool::Sizing sizing = tool::Advise({settings.Records.Records, storedBytes});
         create.FrameSize = sizing.FrameSize;
         create.Modulo = sizing.Modulo;
+        create.SizeLock = 1;  // an empty file would give its groups up again
     }
     return create;
 }
