@@ -193,7 +193,7 @@ class Map(ToolCase):
         self.assertIn("--width", self.qx("map", "A", "--width", "10", status=WRONG_USE).err)
 
     def test_colours_are_for_terminals(self):
-        self.qx("create", "A", "--modulo", "50")
+        self.qx("create", "A", "--modulo", "50", "--size-lock", "2")
         terminal, tool_side = pty.openpty()
         completed = subprocess.run([TOOL, "map", "A"], cwd=self.directory, stdout=tool_side, check=False)
         os.close(tool_side)
