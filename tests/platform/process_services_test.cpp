@@ -117,14 +117,6 @@ TEST(ThreadService, ItsThreadsLeaveSignalsToTheApplication) {
     EXPECT_EQ(sigismember(&blocked, SIGTERM), 0);
 }
 
-TEST(HostService, TheModuleCanBePinned) {
-    qx::HostService& host = *qx::thePlatform.Host;
-    EXPECT_TRUE(host.IsSupported());
-    qx::OsModule* module = host.PinModule();
-    EXPECT_NE(module, nullptr);
-    host.UnpinModule(module);
-}
-
 std::string ComputerName() {
     char name[16];
     std::memset(name, '#', sizeof name);
