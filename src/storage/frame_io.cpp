@@ -33,7 +33,9 @@ void RefreshFromHeader(OperationContext& context, const uint8_t* bytes) {
         Raise(Code::BadFrameHeader, Number(WhichFile::Primary), context.Input.Group + 1);
     }
     file.Group0HeaderSize.store(header.HeaderLength, std::memory_order_release);
-    file.Modulo = header.Modulo;
+    if (file.Modulo.exchange(header.Modulo) != header.Modulo) {
+        file.Counts.RestartTally(header.Modulo);  // another process has moved records between groups
+    }
     file.Counts.TakeStored(header);
     file.SizeLock = header.SizeLock;
 }

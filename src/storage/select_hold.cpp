@@ -7,6 +7,13 @@ namespace qx {
 
 namespace {
 
+// A file whose number of groups never changes may be counted in several goes.
+void RestartUnfinishedTally(OpenFile& file) {
+    if (file.SizeLock <= 1) {
+        file.Counts.RestartTally(file.Modulo);
+    }
+}
+
 // By the owner of the structure mutex: leaves the handle so many holds. True when the process has none on the file any
 // more.
 bool ReduceHolds(FileCall& call, uint32_t left) {
@@ -17,9 +24,7 @@ bool ReduceHolds(FileCall& call, uint32_t left) {
         return false;
     }
     UnlockSelect(file);
-    if (file.SizeLock <= 1) {
-        file.Counts.RestartTally(file.Modulo);
-    }
+    RestartUnfinishedTally(file);
     return true;
 }
 
@@ -33,6 +38,8 @@ void TakeSelectHold(FileCall& call) {
         if (call.Handle->SelectCount == 0) {
             if (file.SelectCount == 0) {
                 LockSelectShared(file);
+                // A read under an earlier hold may have been counted after that was gone.
+                RestartUnfinishedTally(file);
             }
             ++file.SelectCount;
         }
