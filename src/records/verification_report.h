@@ -34,7 +34,6 @@ class VerificationReport {
     void Close() { bytes_[length_++] = kSeparator; }
 
     std::string_view Bytes() const { return {bytes_, length_}; }
-    bool IsEmpty() const { return length_ == 0; }
 
   private:
     char bytes_[kLargest + 1];

@@ -40,7 +40,7 @@ void OverwriteData(OperationContext& context, std::string_view data) {
 void CutOut(OperationContext& context, const FramePlace& start) {
     InputCursor& input = context.Input;
     OutputStream& output = context.Output;
-    output.Place = {input.Group, start.File, start.Frame, start.Position, output.Place.Buffer};
+    output.Start(input.Group, start);
     if (start.File == input.Place.File && start.Frame == input.Place.Frame) {
         std::memcpy(output.Place.Buffer, input.Buffer, start.Position);
     } else {
@@ -53,6 +53,11 @@ void CutOut(OperationContext& context, const FramePlace& start) {
     }
 }
 
+// Whether the group goes on behind the frame in which the record that the cursor is in begins.
+bool GoesOnBehind(const InputCursor& input, const FramePlace& start) {
+    return start.File != input.Place.File || start.Frame != input.Place.Frame || ForwardLink(input.Buffer) != 0;
+}
+
 // A group's keys are handed out as one list, which must stay within the limits too.
 void CheckKeyList(const FileCall& call, const InputCursor& input, std::string_view key) {
     if (call.Exceeds(input.KeyListBytes + key.size() + 1)) {
@@ -60,7 +65,6 @@ void CheckKeyList(const FileCall& call, const InputCursor& input, std::string_vi
     }
 }
 
-// After the group is written: the counts, its lock, the header if it lags too far behind, and the file's size.
 void Account(OperationContext& context, int32_t recordChange, uint64_t oldBytes, uint64_t newBytes) {
     OpenFile& file = context.File;
     const InputCursor& input = context.Input;
@@ -69,9 +73,6 @@ void Account(OperationContext& context, int32_t recordChange, uint64_t oldBytes,
     }
     const uint64_t before = input.GroupBytes;
     file.Counts.ChangeAlpha(input.Group, file.Capped(before), file.Capped(before - oldBytes + newBytes));
-    context.SlotOf(input.Group).Release();
-    RefreshHeaderIfDrifted(context);
-    theResizeQueue.Check(file);
 }
 
 // Writes `data` under a key, or deletes the key's record when there is none. False when there was nothing to delete.
@@ -92,6 +93,9 @@ bool ChangeRecord(OperationContext& context, const FileCall& call, std::string_v
     uint64_t newBytes = 0;
     if (found) {
         oldBytes = input.Record.TotalBytes();
+        if (data && data->size() > input.Record.DataLength() && GoesOnBehind(input, start)) {
+            context.List.Lock();  // to be refused it with frames of the group overwritten would lose the record
+        }
         CutOut(context, start);
     } else {
         CheckKeyList(call, input, key);
@@ -100,10 +104,20 @@ bool ChangeRecord(OperationContext& context, const FileCall& call, std::string_v
     if (data) {
         newBytes = output.PutRecord(key, *data);
     }
-    output.Finish();
-    context.List.Commit();
-    output.CallRecordSafe();
-    Account(context, (data ? 1 : 0) - (found ? 1 : 0), oldBytes, newBytes);
+    FirstFailure failure;
+    if (failure.Run([&] {
+            output.Finish();
+            context.List.Commit();
+        })) {
+        output.CallRecordSafe();
+    }
+    if (output.GroupIsWhole()) {
+        Account(context, (data ? 1 : 0) - (found ? 1 : 0), oldBytes, newBytes);
+    }
+    failure.RaiseIfAny();
+    context.SlotOf(input.Group).Release();
+    RefreshHeaderIfDrifted(context);
+    theResizeQueue.Check(context.File);
     return true;
 }
 

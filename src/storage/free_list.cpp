@@ -13,6 +13,13 @@ void FreeList::FailOrder() {
     Raise(Code::BadFrameHeader, Number(WhichFile::Overflow), context_.Input.Group + 1);
 }
 
+void FreeList::Lock() {
+    context_.AttachOverflow(OverflowAttachment::Missing::Create);
+    if (!context_.AllocationLock.IsHeld()) {  // it stays held when loading fails
+        context_.AllocationLock.Lock(kOverflowAllocation, true);
+    }
+}
+
 void FreeList::Load() {
     if (loaded_) {
         if (torn_) {
@@ -20,10 +27,7 @@ void FreeList::Load() {
         }
         return;
     }
-    context_.AttachOverflow(OverflowAttachment::Missing::Create);
-    if (!context_.AllocationLock.IsHeld()) {  // it stays held when loading fails
-        context_.AllocationLock.Lock(kOverflowAllocation, true);
-    }
+    Lock();
     torn_ = false;
     dirty_ = false;
     resized_ = false;
@@ -60,8 +64,7 @@ void FreeList::CheckEnd() {
 // Every entry is below the first, so a list in order names no frame beyond the end that it claims. The claim itself is
 // tested when it is used.
 void FreeList::CheckFrameZero() {
-    if (list_.Count() > (context_.File.FrameSize - kListHead) / 4 || !list_.IsDescending() ||
-        HighWater() == 0xFFFFFFFF) {
+    if (list_.Count() > geometry_.Fit || !list_.IsDescending() || HighWater() == 0xFFFFFFFF) {
         FailOrder();
     }
 }
@@ -226,35 +229,42 @@ void FreeList::Trim() {
     trimmed_ = true;
 }
 
+void FreeList::WriteBack() {
+    SortNewEntries();
+    Trim();
+    while (list_.Next() != 0 && list_.Next() == HighWater() - 1) {
+        if (list_.Count() > geometry_.Half) {
+            Spill();
+        }
+        Refill();
+        Trim();
+    }
+    // The file is cut back last: a failure in between then leaves frames too many and not a list of frames that are
+    // gone.
+    if (list_.Count() == 1 && HighWater() == 1) {
+        SetFileFrames(context_, WhichFile::Overflow, 0);
+        resized_ = true;
+    } else {
+        WriteListFrame(0);
+        context_.Output.CallRecordSafe();
+        if (trimmed_) {
+            SetFileFrames(context_, WhichFile::Overflow, HighWater());
+            resized_ = true;
+        }
+    }
+    if (resized_ && context_.Settings().FlushFileSizeUpdates) {
+        FlushIfModified(context_, WhichFile::Overflow);
+    }
+}
+
 void FreeList::Commit() {
-    if (!loaded_ || torn_) {
+    if (torn_) {
         return;
     }
-    loaded_ = false;
-    if (dirty_) {
-        SortNewEntries();
-        Trim();
-        while (list_.Next() != 0 && list_.Next() == HighWater() - 1) {
-            if (list_.Count() > geometry_.Half) {
-                Spill();
-            }
-            Refill();
-            Trim();
-        }
-        // The file is cut back last: a failure in between then leaves frames too many and not a list of frames that are
-        // gone.
-        if (list_.Count() == 1 && HighWater() == 1) {
-            SetFileFrames(context_, WhichFile::Overflow, 0);
-            resized_ = true;
-        } else {
-            WriteListFrame(0);
-            if (trimmed_) {
-                SetFileFrames(context_, WhichFile::Overflow, HighWater());
-                resized_ = true;
-            }
-        }
-        if (resized_ && context_.Settings().FlushFileSizeUpdates) {
-            FlushIfModified(context_, WhichFile::Overflow);
+    if (loaded_) {
+        loaded_ = false;
+        if (dirty_) {
+            WriteBack();
         }
     }
     context_.AllocationLock.Release();

@@ -9,14 +9,17 @@ namespace qx {
 
 class OperationContext;
 
-// A call's work on the list. It is loaded when first needed and held exclusively, in all processes, from then until the
-// commit; what was not committed leaves the list on disk as it was. Raises what attaching the overflow file, locking,
-// reading and writing frames raise, and 1003 when the list is out of order.
+// A call's work on the list. It is loaded when first needed and held exclusively, in all processes, from then (or from
+// when it was locked before) until the commit; what was not committed leaves the list on disk as it was. Raises what
+// attaching the overflow file, locking, reading and writing frames raise, and 1003 when the list is out of order.
 class FreeList {
   public:
     FreeList(OperationContext& context, uint8_t* buffer);
     FreeList(const FreeList&) = delete;
     FreeList& operator=(const FreeList&) = delete;
+
+    // For who may come to need the list when it is too late to be refused it. Makes the overflow file if it is missing.
+    void Lock();
 
     // Makes the overflow file if it is missing.
     void Load();
@@ -29,13 +32,13 @@ class FreeList {
     void Free(uint32_t frame);
 
     // Writes the list back if it changed, gives free frames at the end of the file back to the system, and unlocks.
+    // Once the list is on disk the record being written is safe, whatever fails after that.
     void Commit();
 
     // The number of frames that the overflow file holds, list frame 0 included; the list is loaded.
     uint32_t HighWater() const { return list_.Entry(0); }
     // The list is loaded.
     const FreeListFrame& Frame() const { return list_; }
-    const ListGeometry& Geometry() const { return geometry_; }
 
   private:
     // A list frame that the chain has been written up to.
@@ -51,6 +54,7 @@ class FreeList {
     void Trim();
     void ReadListFrame(uint32_t frame);
     void WriteListFrame(uint32_t frame);
+    void WriteBack();
     void StartEmpty();
     void CheckFrameZero();
     void CheckEnd();

@@ -140,13 +140,25 @@ void OutputStream::CopyDataAndTerminator(InputCursor& from) {
     EndRecord();
 }
 
+void OutputStream::Start(uint32_t group, const FramePlace& at) {
+    Place = {group, at.File, at.Frame, at.Position, Place.Buffer};
+    holdNextFrame_ = false;
+    skipLinkPending_ = false;
+    finished_ = false;
+    framesTaken_ = 0;
+}
+
 void OutputStream::Finish() {
     PutByte(kEndOfGroup);
     uint32_t old = ForwardLink(Place.Buffer);
+    if (old != 0 && !frameWritten_) {
+        context_.List.Load();  // if that fails, nothing has changed
+    }
     SetForwardLink(Place.Buffer, 0);
     SetSkipLink(Place.Buffer, 0);
     std::memset(Place.Buffer + Place.Position, context_.FillCharacter(), frameSize_ - Place.Position);
     WriteGroupFrame(Place);
+    finished_ = true;
     if (old != 0) {
         CallRecordSafe();  // the group is complete, and what is left of its chain says that it took no new frame
     }

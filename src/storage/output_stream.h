@@ -55,6 +55,13 @@ class OutputStream {
     // Puts the end-of-group mark, fills and writes the last frame and gives the rest of the old chain back.
     void Finish();
 
+    // Whether the group has been written to its end and stays so: a failure after that makes no difference to it.
+    bool GroupIsWhole() const { return finished_ && recordStart_.Position == 0; }
+
+    // Starts on a group at a place in one of its frames, of which the stream's buffer is to hold what lies before that
+    // place. A group before it may have been left half written.
+    void Start(uint32_t group, const FramePlace& at);
+
     // Goes on in the cursor's frame, at the cursor; the cursor gets another buffer.
     void TakeOver(InputCursor& cursor);
 
@@ -83,6 +90,7 @@ class OutputStream {
     bool skipLinkPending_ = false;  // a frame is held back
     OutputPlace held_;
     bool frameWritten_ = false;  // something of the group may be on disk already
+    bool finished_ = false;      // so is the frame with its end-of-group mark
     uint32_t framesTaken_ = 0;   // frames of the old chain visited
 };
 

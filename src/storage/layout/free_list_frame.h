@@ -24,8 +24,8 @@ inline constexpr uint32_t kListHead = 7;  // bytes before the entries
 // more than 65,534 could not be counted.
 struct ListGeometry {
     explicit constexpr ListGeometry(uint32_t frameSize) {
-        const uint32_t fit = (frameSize - kListHead) / 4;
-        Capacity = (fit > kMost ? kMost : fit) / 2 * 2;
+        Fit = (frameSize - kListHead) / 4;
+        Capacity = (Fit > kMost ? kMost : Fit) / 2 * 2;
         Half = Capacity / 2;
         Quarter = Half / 2;
         HalfBytes = 4 * Half + kListHead;
@@ -33,6 +33,7 @@ struct ListGeometry {
 
     static constexpr uint32_t kMost = 65534;
 
+    uint32_t Fit;  // for which there is room
     uint32_t Capacity;
     uint32_t Half;
     uint32_t Quarter;
