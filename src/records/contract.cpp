@@ -10,33 +10,37 @@ namespace {
 constexpr uint32_t kMostTargets = 3;
 constexpr uint32_t kTargetBuffers[kMostTargets] = {1, 4, 5};
 
-// The stamp of a group whose primary frame has been left behind.
-void WriteStamp(OperationContext& context, uint32_t group, uint32_t modulo) {
-    uint8_t stamp[4];
-    StoreLittleEndian(stamp, modulo);
-    const FileResult result = OsWrite(context.HandleOf(WhichFile::Primary), context.File.FrameSize, group,
-                                      kModuloStampOffset, stamp, sizeof stamp);
-    if (result != FileResult::Done) {
-        context.Levels.CountWork(Counter::WriteErrors);
-        Raise(Code::WriteFailed, Number(WhichFile::Primary), group + 1);
-    }
-    context.File.PrimaryPart.Written = true;
+bool IsNotLeftBehind(uint32_t hash, uint32_t group, const ModuloSplit& split) {
+    return !IsLeftBehind(hash, group, split);
 }
 
-// Passes over a target group to its end-of-group mark, where the stream goes on; the cursor gets another buffer.
-ResizeWriter StartTarget(OperationContext& context, uint32_t target, uint32_t modulo, uint8_t* spareBuffer) {
+// Passes over a target group to its end-of-group mark. False when it holds records that an earlier step has left there.
+bool PassTarget(OperationContext& context, uint32_t target, const ModuloSplit& split) {
     InputCursor& input = context.Input;
     input.Group = target;
     input.ReadPrimaryFrame(ShortRead::Fail);
+    bool clean = true;
     while (!input.AtEndOfGroup()) {
-        input.ReadRecordHeader();
-        input.SkipBytes(input.Record.KeyLength);
+        clean = IsNotLeftBehind(HashRecord(input), target, split) && clean;
         input.SkipRecordData();
+    }
+    return clean;
+}
+
+// Finds a target group's end-of-group mark, where the stream goes on; the cursor gets another buffer. A record that was
+// left behind would stand before the one that is about to come back, and be found in its place.
+ResizeWriter StartTarget(OperationContext& context, uint32_t target, uint32_t modulo, uint8_t* spareBuffer) {
+    InputCursor& input = context.Input;
+    const ModuloSplit split(modulo + 1);
+    context.Output.Place.Buffer = spareBuffer;
+    if (!PassTarget(context, target, split)) {
+        RewriteGroup(context, target, modulo + 1, IsNotLeftBehind);
+        context.List.Commit();
+        PassTarget(context, target, split);
     }
     if (input.Place.File == WhichFile::Primary) {
         SetModuloStamp(input.Buffer, modulo);
     }
-    context.Output.Place.Buffer = spareBuffer;
     context.Output.TakeOver(input);
     return {context.Output.Place, input.GroupBytes, input.GroupBytes};
 }
@@ -162,8 +166,12 @@ bool Contract(OperationContext& context) {
     for (uint32_t i = 0; i < targets.Count(); ++i) {
         locks.Release(targets[i]);
     }
-    // First the group's frame goes, so that nobody who knows the old number of groups finds records there.
-    SetFileFrames(context, WhichFile::Primary, removed);
+    // First the group's frame goes, so that nobody who knows the old number of groups finds records there; if it cannot
+    // go, its stamp tells them.
+    if (!failure.Run([&] { SetFileFrames(context, WhichFile::Primary, removed); })) {
+        failure.Run([&] { WriteStamp(context, removed, removed); });
+        failure.RaiseIfAny();
+    }
     locks.Release(removed);
     FreeChain(context, removed, chain);
     context.List.Commit();

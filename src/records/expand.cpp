@@ -19,66 +19,46 @@ ResizeWriter StartNewGroup(OperationContext& context, uint32_t group) {
     return {{group, WhichFile::Primary, group, kPrimaryHeaderLength, frame}, 0, uint64_t{kPrimaryHeaderLength} + 1};
 }
 
-// The stream over a source group itself. It keeps the old chain and is never ahead of the cursor, so it only overwrites
-// frames that have been read.
-ResizeWriter StartSource(OperationContext& context, uint32_t modulo, uint8_t* frame) {
-    const InputCursor& input = context.Input;
-    const uint8_t headerLength = input.Buffer[0];
-    std::memcpy(frame, input.Buffer, headerLength);
-    SetModuloStamp(frame, modulo);
-    return {{input.Group, WhichFile::Primary, input.Group, headerLength, frame}, 0, uint64_t{headerLength} + 1};
-}
-
-void FailForeign(uint32_t source) {
-    Raise(Code::GroupMoved, 1, source);
-}
-
 // Copies the records of a source that move to the new group; the source stays as it is. Returns what it will come to
-// without them.
-ResizeWriter CopyMoving(OperationContext& context, uint32_t source, const ModuloSplit& split, ResizeWriter& added) {
+// without them. Records left behind, which are about to go, are taken to be in none of the file's counts: if they are,
+// the file looks a little fuller than it is, and otherwise it could look too empty to grow.
+ResizeWriter CopyMoving(OperationContext& context, uint32_t source, uint32_t modulo, ResizeWriter& added) {
+    const ModuloSplit before(modulo);
+    const ModuloSplit after(modulo + 1);
     InputCursor& input = context.Input;
     input.Group = source;
     input.ReadPrimaryFrame(ShortRead::Fail);
-    const uint64_t before = added.NewBytes;
+    const uint64_t addedBefore = added.NewBytes;
+    uint64_t leftBehind = 0;
     while (!input.AtEndOfGroup()) {
         const FramePlace start = input.Place;
-        const uint32_t group = GroupOf(HashRecord(input), split);
-        if (group == added.Place.Group) {
-            added.CopyRecord(context, start);
-        } else if (group == source) {
+        const uint32_t hash = HashRecord(input);
+        const uint32_t group = GroupOf(hash, after);
+        if (group == source) {
             input.SkipRecordData();
+        } else if (IsLeftBehind(hash, source, before)) {
+            leftBehind += input.Record.TotalBytes();
+            input.SkipRecordData();
+        } else if (group == added.Place.Group) {
+            added.CopyRecord(context, start);
         } else {
-            FailForeign(source);
+            Raise(Code::GroupMoved, 1, source);
         }
     }
-    const uint64_t moved = added.NewBytes - before;
-    return {{source, WhichFile::Primary, source, 0, nullptr}, input.GroupBytes, input.GroupBytes - moved};
+    const uint64_t bytes = input.GroupBytes - leftBehind;
+    const uint64_t moved = added.NewBytes - addedBefore;
+    return {{source, WhichFile::Primary, source, 0, nullptr}, bytes, bytes - moved};
 }
 
-// Rewrites a source without the records that the new group has. Works in `buffer`, and returns the buffer that is free
-// in its place afterwards: writing a long record swaps buffers.
-uint8_t* DropMoved(OperationContext& context, uint32_t source, uint32_t modulo, uint8_t* buffer) {
-    const ModuloSplit split(modulo);
-    InputCursor& input = context.Input;
-    input.Group = source;
-    input.ReadPrimaryFrame(ShortRead::Fail);
-    ResizeWriter own = StartSource(context, modulo, buffer);
-    while (!input.AtEndOfGroup()) {
-        const FramePlace start = input.Place;
-        if (GroupOf(HashRecord(input), split) == source) {
-            own.CopyRecord(context, start);
-        } else {
-            input.SkipRecordData();
-        }
-    }
-    own.Finish(context);
-    return own.Place.Buffer;
+bool StaysInSource(uint32_t hash, uint32_t source, const ModuloSplit& split) {
+    return GroupOf(hash, split) == source;
 }
 
 }  // namespace
 
 // The new group is whole, and the header counts it, before the first record leaves its old group: a step that fails or
-// is broken off leaves superseded copies at worst. Without the header the file is cut back and as it was.
+// is broken off leaves copies behind at worst, which the next step in their group drops. Without the header the file is
+// cut back and as it was.
 bool Expand(OperationContext& context) {
     OpenFile& file = context.File;
     ReadHeader(context, HeaderAccess::Exclusive);
@@ -92,13 +72,12 @@ bool Expand(OperationContext& context) {
         return true;
     }
     context.Levels.CountWork(Counter::ExpandModulos);
-    const ModuloSplit split(modulo + 1);
     ResizeWriter added = StartNewGroup(context, modulo);
     ResizeWriter left[kMostSources];
     FirstFailure failure;
     failure.Run([&] {
         for (uint32_t i = 0; i < sources.Count(); ++i) {
-            left[i] = CopyMoving(context, sources[i], split, added);
+            left[i] = CopyMoving(context, sources[i], modulo, added);
         }
         added.Finish(context);
         context.List.Commit();
@@ -121,9 +100,17 @@ bool Expand(OperationContext& context) {
     }
     file.Counts.FollowModulo(modulo, modulo + 1);
     locks.Release(modulo);
-    uint8_t* buffer = context.Buffer(4);
+    // What moved must not be found in its old place by who knows the old number of groups, if a source cannot be
+    // written.
     for (uint32_t i = 0; i < sources.Count(); ++i) {
-        failure.Run([&] { buffer = DropMoved(context, sources[i], modulo + 1, buffer); });
+        if (sources[i] != kHeaderGroup) {
+            failure.Run([&] { WriteStamp(context, sources[i], modulo + 1); });
+        }
+    }
+    for (uint32_t i = 0; i < sources.Count(); ++i) {
+        if (!failure.Run([&] { RewriteGroup(context, sources[i], modulo + 1, StaysInSource); })) {
+            left[i].TakeBack(context);
+        }
         locks.Release(sources[i]);
     }
     failure.Run([&] { context.List.Commit(); });

@@ -1,5 +1,7 @@
 #include "records/resize_writer.h"
 
+#include "storage/layout/frame_header.h"
+
 namespace qx {
 
 void ResizeWriter::CopyRecord(OperationContext& context, const FramePlace& start) {
@@ -79,6 +81,45 @@ uint32_t HashRecord(InputCursor& input) {
         left -= run;
     }
     return hash.Value();
+}
+
+// As groups are added a key's group changes only to the new one. So a key that was ever in a group came into it when it
+// was added, and a key that did not never was.
+bool IsLeftBehind(uint32_t hash, uint32_t group, const ModuloSplit& split) {
+    return GroupOf(hash, split) != group && GroupOf(hash, group + 1) == group;
+}
+
+void WriteStamp(OperationContext& context, uint32_t group, uint32_t modulo) {
+    uint8_t stamp[4];
+    StoreLittleEndian(stamp, modulo);
+    const FileResult result = OsWrite(context.HandleOf(WhichFile::Primary), context.File.FrameSize, group,
+                                      kModuloStampOffset, stamp, sizeof stamp);
+    if (result != FileResult::Done) {
+        context.Levels.CountWork(Counter::WriteErrors);
+        Raise(Code::WriteFailed, Number(WhichFile::Primary), group + 1);
+    }
+    context.File.PrimaryPart.Written = true;
+}
+
+void RewriteGroup(OperationContext& context, uint32_t group, uint32_t modulo, StayRule stays) {
+    const ModuloSplit split(modulo);
+    InputCursor& input = context.Input;
+    OutputStream& output = context.Output;
+    input.Group = group;
+    input.ReadPrimaryFrame(ShortRead::Fail);
+    std::memcpy(output.Place.Buffer, input.Buffer, input.Place.Position);
+    SetModuloStamp(output.Place.Buffer, modulo);
+    output.Start(group, input.Place);
+    while (!input.AtEndOfGroup()) {
+        const FramePlace start = input.Place;
+        if (stays(HashRecord(input), group, split)) {
+            input.GoTo(start);
+            output.CopyWholeRecord(input);
+        } else {
+            input.SkipRecordData();
+        }
+    }
+    output.Finish();
 }
 
 void StoreModulo(OperationContext& context, uint32_t modulo) {

@@ -75,6 +75,19 @@ class ResizeLocks {
 // Reads the header of the record under the cursor and its key, and returns the key's hash.
 uint32_t HashRecord(InputCursor& input);
 
+// Whether a record in `group` is what a step that failed or was broken off has left there: it belonged there with fewer
+// groups, and it is in another one that it has been looked for and changed since.
+bool IsLeftBehind(uint32_t hash, uint32_t group, const ModuloSplit& split);
+
+// Writes the stamp of a group alone.
+void WriteStamp(OperationContext& context, uint32_t group, uint32_t modulo);
+
+// Rewrites a group with those of its records that `stays` is true for, which the split of `modulo` is passed to, and
+// with `modulo` as its stamp. It keeps its chain and is never ahead of the cursor, so it only overwrites frames that
+// have been read.
+using StayRule = bool (*)(uint32_t hash, uint32_t group, const ModuloSplit& split);
+void RewriteGroup(OperationContext& context, uint32_t group, uint32_t modulo, StayRule stays);
+
 // Sets the number of groups and writes the header; the old number stays if that fails.
 void StoreModulo(OperationContext& context, uint32_t modulo);
 

@@ -46,10 +46,12 @@ void WorkerWitness::AwaitTurn() {
     }
 }
 
-// A step that was due or under way when the turn began has changed the number of groups by its end.
+// A step that was due or under way when the turn began has changed the number of groups by its end. One more turn, as a
+// file that has just had a step may be queued again behind the witness.
 FileHeaderRecord WorkerWitness::Settle(uint32_t file) {
     for (;;) {
         const FileHeaderRecord before = HeaderOf(file);
+        AwaitTurn();
         AwaitTurn();
         const FileHeaderRecord after = HeaderOf(file);
         if (before.Modulo == after.Modulo) {
