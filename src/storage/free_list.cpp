@@ -1,6 +1,8 @@
 #include "storage/free_list.h"
 
 #include <algorithm>
+#include <functional>
+#include <vector>
 
 #include "storage/operation_context.h"
 
@@ -72,6 +74,16 @@ void FreeList::CheckFrameZero() {
 // Entry 0 of frame 0 is larger than every free number and stops every scan. A number that is there already would hand
 // one frame out twice.
 void FreeList::SortNewEntries() {
+    constexpr uint32_t kFew = 16;
+    if (unsorted_ <= kFew) {
+        InsertNewEntries();
+    } else {
+        MergeNewEntries();
+    }
+    unsorted_ = 0;
+}
+
+void FreeList::InsertNewEntries() {
     const uint32_t count = list_.Count();
     for (uint32_t i = count - unsorted_; i < count; ++i) {
         const uint32_t entry = list_.Entry(i);
@@ -85,7 +97,24 @@ void FreeList::SortNewEntries() {
         list_.MoveEntries(at, at + 1, i - at);
         list_.SetEntry(at, entry);
     }
-    unsorted_ = 0;
+}
+
+// For the halves of lists that move along the chain, most of all.
+void FreeList::MergeNewEntries() {
+    const uint32_t count = list_.Count();
+    std::vector<uint32_t> entries(count);
+    for (uint32_t i = 0; i < count; ++i) {
+        entries[i] = list_.Entry(i);
+    }
+    const auto fresh = entries.end() - unsorted_;
+    std::sort(fresh, entries.end(), std::greater<>());
+    std::inplace_merge(entries.begin(), fresh, entries.end(), std::greater<>());
+    if (entries[0] != list_.Entry(0) || std::adjacent_find(entries.begin(), entries.end()) != entries.end()) {
+        FailOrder();
+    }
+    for (uint32_t i = 0; i < count; ++i) {
+        list_.SetEntry(i, entries[i]);
+    }
 }
 
 uint32_t FreeList::Allocate(uint32_t near) {

@@ -48,6 +48,8 @@ class FreeList {
     };
 
     void SortNewEntries();
+    void InsertNewEntries();
+    void MergeNewEntries();
     void WriteChained(ListEnd& before, uint32_t replaced);
     void Spill();
     void Refill();
