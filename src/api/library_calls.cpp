@@ -59,8 +59,6 @@ void Start() {
         theLibrary.Gate.AbortOpen();
         Raise(status);
     }
-    theLibrary.GroupLockTimeout = kDefaultGroupLockTimeout;
-    theLibrary.FillCharacter = kDefaultFillCharacter;
     theLibrary.Gate.EndOpen();
 }
 

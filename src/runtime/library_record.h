@@ -14,9 +14,6 @@
 
 namespace qx {
 
-inline constexpr uint32_t kDefaultGroupLockTimeout = 60;  // seconds
-inline constexpr uint32_t kDefaultFillCharacter = 0;
-
 struct LibraryRecord {
     SpinLock InitializeLock;  // one QXInitialize or QXTerminate at a time, held for as long as it takes
     uint32_t InitializeCount = 0;
@@ -31,9 +28,6 @@ struct LibraryRecord {
 
     char ComputerName[16] = {};
     uint32_t ComputerNameLength = 0;
-
-    uint32_t GroupLockTimeout = kDefaultGroupLockTimeout;  // of volumes that set none
-    uint32_t FillCharacter = kDefaultFillCharacter;
 
     std::string_view Host() const { return {ComputerName, ComputerNameLength}; }
 };

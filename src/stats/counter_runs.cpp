@@ -2,22 +2,26 @@
 
 namespace qx {
 
-void WriteCounts(ReportWriter& report, const CounterValues& counts, std::initializer_list<CounterRun> runs) {
+namespace {
+
+template <class WriteCount>
+void WriteRuns(ReportWriter& report, std::initializer_list<CounterRun> runs, WriteCount&& writeCount) {
     for (const CounterRun run : runs) {
         for (const CounterLabel& entry : run) {
             report.Name(entry.Label);
-            report.Number(counts[entry.Value]);
+            writeCount(entry.Value);
         }
     }
 }
 
+}  // namespace
+
+void WriteCounts(ReportWriter& report, const CounterValues& counts, std::initializer_list<CounterRun> runs) {
+    WriteRuns(report, runs, [&](Counter counter) { report.Number(counts[counter]); });
+}
+
 void WriteErrors(ReportWriter& report, const CounterValues& counts, std::initializer_list<CounterRun> runs) {
-    for (const CounterRun run : runs) {
-        for (const CounterLabel& entry : run) {
-            report.Name(entry.Label);
-            report.NumberOrEmpty(counts[entry.Value]);
-        }
-    }
+    WriteRuns(report, runs, [&](Counter counter) { report.NumberOrEmpty(counts[counter]); });
 }
 
 }  // namespace qx

@@ -1,6 +1,8 @@
 // The list of the file handles that are open on something.
 #pragma once
 
+#include <string_view>
+
 #include "runtime/library_record.h"
 #include "stats/report_writer.h"
 #include "storage/file_handle.h"
@@ -9,8 +11,8 @@ namespace qx {
 
 // The list's elements are in the order of `handles`, which is linked through `links`.
 template <auto links>
-void WriteHandleNumbers(ReportWriter& report, const HandleList& handles) {
-    report.Nested([&] {
+void WriteHandleNumbers(ReportWriter& report, std::string_view label, const HandleList& handles) {
+    report.List(label, [&] {
         for (uint32_t handle = handles.Head(); handle != kNoHandle;
              handle = HandleList::Next<links>(theLibrary.Files, handle)) {
             report.Number(handle);

@@ -1,6 +1,5 @@
 #include "remote/remote_file.h"
 #include "stats/counter_runs.h"
-#include "stats/report_field.h"
 #include "stats/reports.h"
 #include "storage/file_handle.h"
 #include "storage/open_file.h"
@@ -8,29 +7,6 @@
 namespace qx {
 
 namespace {
-
-constexpr ReportField<FileHandle> kAnyHandle[] = {
-    {"Session", [](ReportWriter& report, FileHandle& handle) { report.Number(handle.Session); }},
-    {"Remote", [](ReportWriter& report, FileHandle& handle) { report.Boolean(handle.IsRemote()); }},
-};
-
-constexpr ReportField<FileHandle> kRemoteHandle[] = {
-    {"Server Name",
-     [](ReportWriter& report, FileHandle& handle) { report.Bytes(handle.Remote->Session.Connection.Name); }},
-};
-
-constexpr ReportField<FileHandle> kLocalHandle[] = {
-    {"Volume Name", [](ReportWriter& report, FileHandle& handle) { report.Bytes(handle.File->Volume.Name); }},
-    {"File Name", [](ReportWriter& report, FileHandle& handle) { report.Bytes(handle.File->Name); }},
-    {"Read Only", [](ReportWriter& report, FileHandle& handle) { report.Boolean(handle.ReadOnly); }},
-    {"Select Delimiter", [](ReportWriter& report, FileHandle& handle) { report.Number(handle.SelectDelimiter); }},
-    {"Select Minimum Size", [](ReportWriter& report, FileHandle& handle) { report.Number(handle.SelectMinimumSize); }},
-};
-
-constexpr ReportField<FileHandle> kWalk[] = {
-    {"Position Start", [](ReportWriter& report, FileHandle& handle) { report.Number(handle.PositionStart); }},
-    {"Position End", [](ReportWriter& report, FileHandle& handle) { report.Number(handle.PositionEnd); }},
-};
 
 // A handle has one file lock at most.
 void WriteLocks(ReportWriter& report, FileHandle& handle) {
@@ -53,18 +29,24 @@ void WriteLocks(ReportWriter& report, FileHandle& handle) {
 
 void WriteWalk(ReportWriter& report, FileHandle& handle) {
     const ClaimHold hold(handle.SelectState);
-    WriteFields(report, handle, kWalk);
+    report.Number("Position Start", handle.PositionStart);
+    report.Number("Position End", handle.PositionEnd);
 }
 
 }  // namespace
 
 void WriteHandleReport(ReportWriter& report, FileHandle& handle) {
-    WriteFields(report, handle, kAnyHandle);
+    report.Number("Session", handle.Session);
+    report.Boolean("Remote", handle.IsRemote());
     if (handle.IsRemote()) {
-        WriteFields(report, handle, kRemoteHandle);
+        report.Bytes("Server Name", handle.Remote->Session.Connection.Name);
         return;
     }
-    WriteFields(report, handle, kLocalHandle);
+    report.Bytes("Volume Name", handle.File->Volume.Name);
+    report.Bytes("File Name", handle.File->Name);
+    report.Boolean("Read Only", handle.ReadOnly);
+    report.Number("Select Delimiter", handle.SelectDelimiter);
+    report.Number("Select Minimum Size", handle.SelectMinimumSize);
     WriteLocks(report, handle);
     WriteWalk(report, handle);
     WriteCounts(report, handle.Counters.Values(), {kHandleCalls});

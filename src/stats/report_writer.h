@@ -26,6 +26,24 @@ class ReportWriter {
     void Boolean(bool value) { values_.Append(value ? "true" : "false", mark_); }
     void Bytes(std::string_view value) { values_.Append(value, mark_); }
 
+    // A name and its value.
+    void Number(std::string_view label, uint32_t value) {
+        Name(label);
+        Number(value);
+    }
+    void Number64(std::string_view label, uint64_t value) {
+        Name(label);
+        Number64(value);
+    }
+    void Boolean(std::string_view label, bool value) {
+        Name(label);
+        Boolean(value);
+    }
+    void Bytes(std::string_view label, std::string_view value) {
+        Name(label);
+        Bytes(value);
+    }
+
     // `elements` writes the values of the list.
     template <class Elements>
     void List(std::string_view label, Elements&& elements) {
@@ -33,7 +51,7 @@ class ReportWriter {
         Nested(elements);
     }
 
-    // A list that is one value of something larger, or of an entry that has its name already.
+    // A list that is one value of something larger.
     template <class Elements>
     void Nested(Elements&& elements) {
         --mark_;

@@ -5,8 +5,7 @@
 namespace qx {
 
 void WriteServersReport(ReportWriter& report) {
-    report.Name("Server Names");
-    WriteNameList(report, Connections());
+    WriteNameList(report, "Server Names", Connections());
 }
 
 }  // namespace qx

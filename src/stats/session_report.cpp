@@ -3,7 +3,6 @@
 #include "remote/remote_session.h"
 #include "stats/counter_runs.h"
 #include "stats/handle_numbers.h"
-#include "stats/report_field.h"
 #include "stats/reports.h"
 #include "storage/session_locks.h"
 
@@ -12,22 +11,12 @@ namespace qx {
 namespace {
 
 void WriteServers(ReportWriter& report, SessionRecord& session) {
-    report.Nested([&] {
+    report.List("Servers", [&] {
         for (const RemoteSession* remote = session.RemoteSessions; remote != nullptr; remote = remote->NextOfSession) {
             report.Bytes(remote->Connection.Name);
         }
     });
 }
-
-constexpr ReportField<SessionRecord> kSession[] = {
-    {"Maximum Record Size",
-     [](ReportWriter& report, SessionRecord& session) { report.Number(session.MaximumRecordSize); }},
-    {"Servers", WriteServers},
-    {"Session Files",
-     [](ReportWriter& report, SessionRecord& session) {
-         WriteHandleNumbers<&FileHandle::SessionLinks>(report, session.Files);
-     }},
-};
 
 // A lock goes before the handle that it was taken through.
 using FilesOfLocks = std::map<const LockTable*, const OpenFile*>;
@@ -76,7 +65,9 @@ void WriteLocks(ReportWriter& report, SessionRecord& session) {
 }  // namespace
 
 void WriteSessionReport(ReportWriter& report, SessionRecord& session) {
-    WriteFields(report, session, kSession);
+    report.Number("Maximum Record Size", session.MaximumRecordSize);
+    WriteServers(report, session);
+    WriteHandleNumbers<&FileHandle::SessionLinks>(report, "Session Files", session.Files);
     WriteLocks(report, session);
     const CounterValues counts = session.Counters.Values();
     WriteCounts(report, counts, {kSessionCalls, kNameCalls, kHandleCalls, kLiveSessionFiles});

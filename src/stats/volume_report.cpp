@@ -2,32 +2,12 @@
 
 #include "stats/counter_runs.h"
 #include "stats/name_list.h"
-#include "stats/report_field.h"
 #include "stats/reports.h"
 #include "volume/volume_record.h"
 
 namespace qx {
 
 namespace {
-
-constexpr ReportField<VolumeRecord> kSettings[] = {
-    {"Volume Name", [](ReportWriter& report, VolumeRecord& volume) { report.Bytes(volume.Name); }},
-    {"File Names", [](ReportWriter& report, VolumeRecord& volume) { WriteNameList(report, volume.Files); }},
-    {"Read Only", [](ReportWriter& report, VolumeRecord& volume) { report.Boolean(volume.Settings.ReadOnly); }},
-    {"Flush File Size Updates",
-     [](ReportWriter& report, VolumeRecord& volume) { report.Boolean(volume.Settings.FlushFileSizeUpdates); }},
-    {"Flush All Updates",
-     [](ReportWriter& report, VolumeRecord& volume) { report.Boolean(volume.Settings.FlushAllUpdates); }},
-    {"Fill Character",
-     [](ReportWriter& report, VolumeRecord& volume) { report.Number(volume.Settings.FillCharacter); }},
-    {"Locks Supported", [](ReportWriter& report, VolumeRecord& volume) { report.Boolean(volume.Locks.Supported); }},
-    {"Group Lock Timeout",
-     [](ReportWriter& report, VolumeRecord& volume) { report.Number(volume.Settings.GroupLockTimeout); }},
-};
-
-constexpr ReportField<VolumeRecord> kLockFile[] = {
-    {"Lock File Handle", [](ReportWriter& report, VolumeRecord& volume) { report.Number(volume.Locks.Handle); }},
-};
 
 using ByteLocks = std::vector<ByteLockTable::Entry, RecordHeapAllocator<ByteLockTable::Entry>>;
 
@@ -58,9 +38,16 @@ void WriteByteLocks(ReportWriter& report, VolumeRecord& volume) {
 }  // namespace
 
 void WriteVolumeReport(ReportWriter& report, VolumeRecord& volume) {
-    WriteFields(report, volume, kSettings);
+    report.Bytes("Volume Name", volume.Name);
+    WriteNameList(report, "File Names", volume.Files);
+    report.Boolean("Read Only", volume.Settings.ReadOnly);
+    report.Boolean("Flush File Size Updates", volume.Settings.FlushFileSizeUpdates);
+    report.Boolean("Flush All Updates", volume.Settings.FlushAllUpdates);
+    report.Number("Fill Character", volume.Settings.FillCharacter);
+    report.Boolean("Locks Supported", volume.Locks.Supported);
+    report.Number("Group Lock Timeout", volume.Settings.GroupLockTimeout);
     WriteByteLocks(report, volume);
-    WriteFields(report, volume, kLockFile);
+    report.Number("Lock File Handle", volume.Locks.Handle);
     const CounterValues counts = volume.Counters.Values();
     WriteCounts(report, counts, {kNameCalls, kHandleCalls, kLiveFiles, kLiveSessionFiles, kWork});
     WriteErrors(report, counts, {kFileErrors, kGroupLockErrors});

@@ -38,7 +38,10 @@ struct OpenFile {
     bool MayWrite(bool handleIsReadOnly) const { return !handleIsReadOnly && !OpenedReadOnly.load(); }
 
     // How much of a frame a group counts in the file's load.
-    uint64_t Capped(uint64_t groupBytes) const { return groupBytes < FrameSize ? groupBytes : FrameSize; }
+    uint64_t Capped(uint64_t groupBytes) const {
+        const uint32_t frameSize = FrameSize.load(std::memory_order_relaxed);
+        return groupBytes < frameSize ? groupBytes : frameSize;
+    }
 
     const std::string Name;  // within the volume
     VolumeRecord& Volume;
@@ -59,8 +62,8 @@ struct OpenFile {
 
     // The file header as last loaded, under the primary file's mutex. FrameSize and the thresholds never change.
     std::atomic<uint32_t> Group0HeaderSize{0};  // 0: not loaded
-    uint32_t FrameSize = 0;
-    uint32_t Threshold = 0;
+    std::atomic<uint32_t> FrameSize{0};
+    std::atomic<uint32_t> Threshold{0};
     std::atomic<uint32_t> ThresholdBytes{0};  // load above which the file grows, bytes a group
     std::atomic<uint32_t> MergeBytes{0};      // load below which the file shrinks, bytes a group
     std::atomic<uint32_t> Modulo{0};

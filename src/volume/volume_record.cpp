@@ -24,13 +24,10 @@ VolumeRecord& VolumeOf(std::string_view name, size_t rootLength) {
         return *found->second;
     }
     Parameters parameters;
-    parameters.Settings.FillCharacter = theLibrary.FillCharacter;
-    parameters.Settings.GroupLockTimeout = theLibrary.GroupLockTimeout;
     ReadParameterFile(name, rootLength, parameters);
     OwnedRecord<VolumeRecord> volume(theRecordHeap.Make<VolumeRecord>(name));
     volume->Settings = parameters.Settings;
     volume->Locks.Supported = parameters.Settings.Locks.value_or(false);
-    volume->Locks.TimeoutSeconds = parameters.Settings.GroupLockTimeout;
     volume->Locks.Map = LockMap(parameters.Settings.MaximumUsers);
     Volumes().emplace(volume->Name, volume.get());
     theProcessCounters.Enter(Counter::ActiveVolumes, Counter::PeakActiveVolumes);

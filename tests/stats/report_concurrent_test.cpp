@@ -12,11 +12,6 @@ namespace {
 
 constexpr size_t kThreads = 3;
 
-// The process's counters begin with the test.
-struct FreshProcessCounters {
-    FreshProcessCounters() { new (&qx::theProcessCounters) qx::CounterSet; }
-};
-
 class ConcurrentReports : FreshProcessCounters, public FileTest {
   protected:
     // Each thread holds one group or key at most, and those that share a unit have it in the same mode.

@@ -12,11 +12,6 @@
 namespace qx_test {
 namespace {
 
-// The process's counters begin with the test.
-struct FreshProcessCounters {
-    FreshProcessCounters() { new (&qx::theProcessCounters) qx::CounterSet; }
-};
-
 constexpr Status kNoSuchSubject{100, 0, 0};
 
 class Reports : FreshProcessCounters, public FileTest {
@@ -238,6 +233,13 @@ TEST_F(Reports, TellWhatAScriptDid) {
                                                            Report(calls.begin() + 2, calls.end())));
 
     EXPECT_EQ(ReportOn(Session, kServersReport), (Report{{"Server Names", ""}}));
+
+    EXPECT_TRUE(LockGroup(file, 0));
+    EXPECT_TRUE(UnlockGroup(file, 0));
+    const Report unloaded = ReportOn(Session, kFileReport, name);
+    EXPECT_EQ(ValueIn(unloaded, "Group 0 Header Size"), "0") << "is read anew";
+    EXPECT_EQ(ValueIn(unloaded, "Frame Size"), "256");
+    EXPECT_EQ(ValueIn(unloaded, "Threshold"), "204");
 }
 
 // Names in order, handles in the order of their opening, and values that a report shows in a form of their own.

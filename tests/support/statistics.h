@@ -2,15 +2,22 @@
 #pragma once
 
 #include <cstdint>
+#include <new>
 #include <qx.h>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
+#include "runtime/counters.h"
 #include "support/raised.h"
 
 namespace qx_test {
+
+// The process's counters begin with the test that has this as its first base.
+struct FreshProcessCounters {
+    FreshProcessCounters() { new (&qx::theProcessCounters) qx::CounterSet; }
+};
 
 enum ReportKind : uint32_t {
     kProcessReport = 1,
