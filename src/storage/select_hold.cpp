@@ -18,7 +18,6 @@ void RestartUnfinishedTally(OpenFile& file) {
 // more.
 bool ReduceHolds(FileCall& call, uint32_t left) {
     OpenFile& file = *call.File;
-    call.Levels.CountWork(Counter::SelectUnlocks);
     call.Handle->SelectCount = left;
     if (left > 0 || --file.SelectCount > 0) {
         return false;
@@ -49,13 +48,10 @@ void TakeSelectHold(FileCall& call) {
 }
 
 void ReleaseSelectHold(FileCall& call) {
+    call.Levels.CountWork(Counter::SelectUnlocks);
     {
         const OptionalClaimHold hold = OptionalClaimHold::Claim(call.File->StructureMutex);
-        if (!hold) {
-            call.Levels.CountWork(Counter::SelectUnlocks);
-            return;
-        }
-        if (call.Handle->SelectCount == 0 || !ReduceHolds(call, call.Handle->SelectCount - 1)) {
+        if (!hold || call.Handle->SelectCount == 0 || !ReduceHolds(call, call.Handle->SelectCount - 1)) {
             return;
         }
     }
@@ -67,6 +63,7 @@ void ReleaseAllSelectHolds(FileCall& call) {
     if (call.Handle->SelectCount == 0) {
         return;
     }
+    call.Levels.CountWork(Counter::SelectUnlocks);
     {
         const PatientClaimHold hold(call.File->StructureMutex);
         if (!ReduceHolds(call, 0)) {

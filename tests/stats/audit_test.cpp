@@ -161,6 +161,10 @@ TEST_F(CounterAudit, EveryCounterIsRaisedAtItsLevels) {
         unlock();
     };
     const auto letGo = [&] { EXPECT_TRUE(UnlockGroup(file_, 0xFFFFFFFE)); };
+    const auto letGoThroughAnother = [&] {  // which leaves the hold
+        EXPECT_TRUE(UnlockGroup(other_, 0xFFFFFFFE));
+        EXPECT_EQ(Record(file_).SelectCount, 1U);
+    };
 
     const Row rows[] = {
         {"Peak Active Session Files", "PVFS", openAnother},
@@ -222,6 +226,7 @@ TEST_F(CounterAudit, EveryCounterIsRaisedAtItsLevels) {
         {"Unlock Groups", "PVFSH", letGo},
 
         {"Select Locks", "PVF", hold},
+        {"Select Unlocks", "PVF", letGoThroughAnother, openAnother},
         {"Select Unlocks", "PVF", letGo},
         {"Read Frames", "PVF", read, write},
         {"Write Frames", "PVF", [&] { Write("same"); }},
