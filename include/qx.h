@@ -107,7 +107,7 @@ QX_API int32_t QXInitialize(ApiVersionRecord* version, StatusRecord* status);
 
 /* Undoes one QXInitialize. The last one closes every session and file and stops the worker thread. Fails with 1100 (not
  * started), 1102 (calls are under way; nothing is stopped and it can be tried again), 1015, or with the first failure
- * met while closing. */
+ * met while closing, which is 1106 for a server that cannot be taken leave of. */
 QX_API int32_t QXTerminate(StatusRecord* status);
 
 /* Puts the message for `status` into `buffer`, which holds `bufferSize` characters including the terminating zero.
@@ -124,13 +124,13 @@ QX_API int32_t QXOpenSession(BufferCallback callback, const SessionOptions* opti
 
 /* Closes the session's files and the session. Fails with 1100 (no such session; detail 2 is 1 when there never was
  * one), 1102 (another call is inside it) or 1028, and the session stays open but for the group that it had locked; or
- * with the first failure met while closing its files (for those of a server, 1105), and the session is closed. */
+ * with the first failure met while closing its files and its sessions on servers (1105), and the session is closed. */
 QX_API int32_t QXCloseSession(uint32_t session, StatusRecord* status);
 
-/* Brings every file of the session that was written to safely to disk. Fails with 1100, 1028, 104. */
+/* Brings every file of the session that was written to safely to disk. Fails with 1100, 1028, 104, 1105. */
 QX_API int32_t QXFlush(uint32_t session, StatusRecord* status);
 
-/* Releases every file, record and group lock of the session. Fails with 1100, 1028. */
+/* Releases every file, record and group lock of the session. Fails with 1100, 1028, 1105. */
 QX_API int32_t QXUnlockAll(uint32_t session, StatusRecord* status);
 
 /* Reports on the process (kind 1), a volume (2), a file (3), a session (4), a file handle (5) or the servers (6); the
@@ -138,13 +138,15 @@ QX_API int32_t QXUnlockAll(uint32_t session, StatusRecord* status);
  * volume's own name and a separator behind it, or with nothing. `names` and `values` are buffer objects that receive
  * two parallel lists; each entry ends with the byte FE, in nested lists with FD and FC. Fails with 100 (no such kind,
  * or the process does not use the volume or file), 1000, 1005, 1006 (path), 1002 (report larger than the session's
- * limit), 1028, 1100, 1107; the buffers are not brought to their final length then. */
+ * limit), 1028, 1029, 1100, 1107, 107, and 1018, 1104 or 1105 (server); the buffers are not brought to their final
+ * length then. */
 QX_API int32_t QXGetStatistics(uint32_t session, uint32_t kind, uint32_t path, uint32_t subjectHandle,
                                uint32_t reserved, uint32_t names, uint32_t values, StatusRecord* status);
 
 /* Files. `name` is a buffer object with a path in any form, at most 256 bytes, without extension. Every function that
- * takes a name can fail with 1000, 1005 or 1006 (the name), 1019 to 1022, 1024 and 1025 (the volume), 1015, 1028, 1029
- * (no file handle to spare) and 1104, 1105 (the server). Every function that takes a handle can fail with 1100. */
+ * takes a name can fail with 1000, 1005 or 1006 (the name), 107 (the parameter file cannot be read), 1019 to 1022, 1024
+ * and 1025 (the volume), 1015, 1028, 1029 (no file handle to spare), 1018 (the server is too old) and 1104, 1105 (the
+ * server). Every function that takes a handle can fail with 1100, and with 1105 if the file is a server's. */
 
 /* Makes an empty hashed file; `options` may be null. Fails with 230 (it exists), 102 (read-only volume), 1102 (it is
  * open), 1008 (one of its files cannot be made), 103, 104, 1014, 1026, 1027; no file is left behind then. */
@@ -251,9 +253,11 @@ QX_API int32_t QXSharedLockRecord(uint32_t file, uint32_t key, StatusRecord* sta
 QX_API int32_t QXExclusiveLockRecord(uint32_t file, uint32_t key, StatusRecord* status);
 QX_API int32_t QXUnlockRecord(uint32_t file, uint32_t key, StatusRecord* status);
 
-/* Locks a group against every other user of the file; a session holds at most one such lock, and the thread that holds
- * it must not work on the file before it is released. Group 0xFFFFFFFE keeps the number of groups still instead
- * (`exclusive` does not matter) and may be taken several times. Fails with 1011 to 1015 and 1028. */
+/* Locks a group against every other user of the file; a session holds at most one such lock. The thread that holds it
+ * must not work on the file before it is released, and should not open, create, delete, flush or report on other files
+ * either: such a call may wait for one that waits for the file. Closing the handle or the session releases the lock
+ * first. Group 0xFFFFFFFE keeps the number of groups still instead (`exclusive` does not matter) and may be taken
+ * several times. Fails with 1011 to 1015, 1028, and with what opening the file and storing its counts can fail with. */
 QX_API int32_t QXLockGroup(uint32_t file, uint32_t group, uint32_t exclusive, StatusRecord* status);
 
 /* Group 0xFFFFFFFE: gives up one such hold of this handle. Any other: releases the session's group lock, on whatever

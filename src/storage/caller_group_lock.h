@@ -9,8 +9,8 @@ namespace qx {
 
 // Locks a group for the session, which gives up the group that it holds for that. While it is held the primary file's
 // mutex is claimed, so that no other thread of the process starts an operation on the file. The header counts of this
-// process are stored and both operating-system files are closed first. Raises 1028, 1014, 1015 and what attaching can
-// raise; the session then holds no group.
+// process are stored and both operating-system files are closed first. Raises 1028, 1011 to 1015 and what attaching and
+// storing the counts can raise; the session then holds no group.
 void LockGroupForCaller(FileCall& call, uint32_t group, bool exclusive);
 
 // The same preparation, and a select hold in place of the group lock.
