@@ -97,7 +97,7 @@ class Exchange {
             filled, [&](const auto& request, const auto&, StatusRecord* status) { return work(request.File, status); });
     }
 
-    // And for those on the walk: object 0 is the position, which goes both ways whatever becomes of the walk.
+    // And for steps of the walk: object 0 is the position, which goes both ways whatever becomes of the walk.
     template <Opcode opcode, class Work>
     Parcel ServeWalk(std::initializer_list<uint32_t> filled, Work&& work) {
         theObjects[kPosition] = theObjects[0];
@@ -257,7 +257,7 @@ Parcel AnswerRequest(const Parcel& request) {
                 return local::ReadPreviousKeyIdGroup(file, 1, status);
             });
         case Opcode::ClearSelect:
-            return exchange.ServeWalk<Opcode::ClearSelect>({}, local::ClearSelect);
+            return exchange.ServeFile<Opcode::ClearSelect>({}, local::ClearSelect);
         case Opcode::GetGroupNumber:
             return exchange.Serve<qx::FileRequest<Opcode::GetGroupNumber>>(
                 {}, [](const auto& asked, auto& results, StatusRecord* status) {
