@@ -89,7 +89,7 @@ int32_t NameOperation(uint32_t session, uint32_t name, Existence expected, Count
         SessionEntry entry(session);
         entry.Count(counter);
         const ClaimHold api(theLibrary.ApiMutex);
-        const CanonicalPath path = PathOfName(*entry.Session, name);
+        const CanonicalPath path = PathOfName(entry.Session->Buffers.Get(name));
         if (const std::optional<ServedName> served = FindServer(*entry.Session, path)) {
             forward(*served, *entry.Session);
             return true;
@@ -133,7 +133,10 @@ int32_t QXDeleteFile(uint32_t session, uint32_t name, StatusRecord* status) {
 
 int32_t QXOpenFile(uint32_t session, uint32_t name, const OpenOptions* options, uint32_t* file, StatusRecord* status) {
     using namespace qx;
-    const OpenOptions wanted = ReadCallerRecord(options);
+    OpenOptions wanted = ReadCallerRecord(options);
+    if (wanted.Size < sizeof wanted) {
+        wanted.PositionObjectInUse = 0;  // there is none without the object
+    }
     return NameOperation(
         session, name, Existence::MustExist, Counter::OpenFiles, status,
         [&](const ServedName& served, SessionRecord& record) {

@@ -5,7 +5,7 @@
 #include "api/entry.h"
 #include "remote/remote_session.h"
 #include "stats/reports.h"
-#include "volume/canonical_path.h"
+#include "storage/name_resolution.h"
 
 namespace qx {
 
@@ -28,17 +28,7 @@ struct Subject {
 
 std::optional<CanonicalPath> PathIn(const SessionRecord& session, uint32_t buffer) {
     const std::string_view name = session.Buffers.Get(buffer);
-    if (name.empty()) {
-        return std::nullopt;
-    }
-    if (name.size() > kLongestName) {
-        Raise(Code::NameTooLong);
-    }
-    std::optional<CanonicalPath> path = MakeCanonicalPath(name, PathEnd::FileOrVolume);
-    if (!path) {
-        Raise(Code::BadPath);
-    }
-    return path;
+    return name.empty() ? std::nullopt : std::optional(PathOfName(name, PathEnd::FileOrVolume));
 }
 
 Subject Find(const CanonicalPath& path) {

@@ -11,9 +11,8 @@ namespace qx {
 // Filled in by whoever opens the file, before anything is locked. The file is never read or written.
 struct LockFile {
     OsHandle Handle = kNoOsHandle;
-    bool Supported = false;        // byte locks are in force; without them every lock ends with the process
-    uint32_t TimeoutSeconds = 60;  // how long a group or a select lock waits for other processes; 0: one attempt
-    uint32_t UserSlot = 0;         // this process's
+    bool Supported = false;  // byte locks are in force; without them every lock ends with the process
+    uint32_t UserSlot = 0;   // this process's
     LockMap Map;
 };
 

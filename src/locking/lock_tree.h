@@ -21,8 +21,6 @@ class LockTree {
   public:
     using Key = decltype(std::declval<const Node&>().Key());
 
-    bool IsEmpty() const { return root_ == nullptr; }
-
     Node* Find(const Key& key) const {
         Node* node = root_;
         while (node != nullptr && node->Key() != key) {

@@ -13,10 +13,9 @@ namespace {
 class NewConnection {
   public:
     // Not connected when there is no such server.
-    explicit NewConnection(const ServerAddress& address)
-        : record_(theRecordHeap.Make<RemoteConnection>(address.Server)) {
+    explicit NewConnection(const ServerRoute& route) : record_(theRecordHeap.Make<RemoteConnection>(route.Server)) {
         const RemoteError error =
-            theRemoteCalls.Connect(address.Server, address.Pipe, address.Port, record_.get(), &record_->Handle);
+            theRemoteCalls.Connect(route.Server, route.Pipe, route.Port, record_.get(), &record_->Handle);
         if (error && *error != kNoSuchServer) {
             Raise(Code::ConnectFailed, 0, *error);
         }
@@ -54,12 +53,12 @@ NameTree<RemoteConnection>& Connections() {
     return *connections;
 }
 
-RemoteConnection& ConnectionTo(const ServerAddress& address) {
-    const auto found = Connections().find(address.Server);
+RemoteConnection& ConnectionTo(const ServerRoute& route) {
+    const auto found = Connections().find(route.Server);
     if (found != Connections().end()) {
         return *found->second;
     }
-    NewConnection connection(address);
+    NewConnection connection(route);
     connection.Greet();
     return connection.Keep();
 }

@@ -9,6 +9,7 @@
 
 #include "remote/message_codec.h"
 #include "remote/messages.h"
+#include "remote/server_route.h"
 #include "remote/transfer_descriptor.h"
 #include "runtime/status.h"
 #include "volume/volume_record.h"
@@ -28,17 +29,10 @@ struct RemoteConnection {
 // The process's connections; changed only under the API mutex. Empty without a remote-call library.
 NameTree<RemoteConnection>& Connections();
 
-// How to reach a server.
-struct ServerAddress {
-    std::string_view Server;
-    std::string_view Pipe;
-    uint32_t Port = 0;
-};
-
-// The connection to a server, made with the first use of its name in the process. Under the API mutex, while the
-// remote-call library is active. Raises 1104, 1105, 1018 for a server of another age, 1015, or the status with which
-// the server refused the greeting; the next use of the name tries again then.
-RemoteConnection& ConnectionTo(const ServerAddress& address);
+// The connection to a route's server, made with the first use of its name in the process. Under the API mutex, while
+// the remote-call library is active. Raises 1104, 1105, 1018 for a server of another age, 1015, or the status with
+// which the server refused the greeting; the next use of the name tries again then.
+RemoteConnection& ConnectionTo(const ServerRoute& route);
 
 // Gives up every connection, whatever fails; failures are noted as 1106. Nothing uses them any more.
 void DisconnectServers(FirstFailure& failure);

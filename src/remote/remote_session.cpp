@@ -4,7 +4,6 @@
 #include <utility>
 
 #include "remote/remote_call_library.h"
-#include "remote/server_route.h"
 
 namespace qx {
 
@@ -50,7 +49,7 @@ std::optional<ServedName> FindServer(SessionRecord& session, const CanonicalPath
     if (route.Server.empty()) {
         return std::nullopt;
     }
-    RemoteConnection& connection = ConnectionTo({route.Server, route.Pipe, route.Port});
+    RemoteConnection& connection = ConnectionTo(route);
     if (!connection.Connected) {
         return std::nullopt;
     }

@@ -2,6 +2,7 @@
 
 #include "storage/layout/file_header.h"
 #include "storage/resize_queue.h"
+#include "volume/canonical_path.h"
 
 namespace qx {
 
@@ -88,7 +89,7 @@ void FlushPart(FilePart& part, WhichFile file) {
 std::string OpenFile::PathOf(WhichFile file) const {
     std::string path = Volume.Name;
     path += Name;
-    path += file == WhichFile::Primary ? ".LK" : ".OV";
+    path += file == WhichFile::Primary ? kPrimaryExtension : kOverflowExtension;
     return path;
 }
 

@@ -44,7 +44,7 @@ void ApplyOptions(const OpenOptions& options, FileHandle& handle) {
     }
     handle.SelectMinimumSize = options.SelectMinimumSize;
     handle.TrimLastDelimiter = options.TrimLastDelimiter != 0;
-    if (options.Size >= sizeof options && options.PositionObjectInUse != 0) {
+    if (options.PositionObjectInUse != 0) {
         handle.PositionObjectInUse = true;
         handle.PositionObject = options.PositionObject;
     }

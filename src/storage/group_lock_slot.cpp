@@ -27,7 +27,7 @@ void LockGroup(OpenFile& file, GroupLockRequest& request, uint32_t group, bool e
     }
     const LockFile& locks = file.Volume.Locks;
     const ByteLockResult result = file.Volume.ByteLocks.Acquire(request.Byte, locks.Map.GroupUnit(file.NameHash, group),
-                                                                exclusive, locks.TimeoutSeconds);
+                                                                exclusive, file.Volume.Settings.GroupLockTimeout);
     if (result != ByteLockResult::Granted) {
         file.GroupLocks.Withdraw(request, levels);
         RaiseUnlessGranted(result, group);
@@ -50,7 +50,8 @@ AllGroupsLock::AllGroupsLock(OpenFile& file, const CounterLevels& levels) : file
     uint32_t group = kHeaderGroup + 1;
     size_t i = 0;
     for (const LockUnits& units : locks.Map.GroupUnits(file.NameHash, group, file.Modulo - group)) {
-        const ByteLockResult result = file.Volume.ByteLocks.AcquireRow(rows_[i], units, locks.TimeoutSeconds);
+        const ByteLockResult result =
+            file.Volume.ByteLocks.AcquireRow(rows_[i], units, file.Volume.Settings.GroupLockTimeout);
         if (result != ByteLockResult::Granted) {
             Unlock();
             RaiseUnlessGranted(result, group + (rows_[i].Held.End - units.First) / locks.Map.Users());

@@ -39,12 +39,11 @@ OpenFile* MakeOpenFile(std::string_view name, VolumeRecord& volume) {
 
 }  // namespace
 
-CanonicalPath PathOfName(const SessionRecord& session, uint32_t nameBuffer) {
-    const std::string_view name = session.Buffers.Get(nameBuffer);
+CanonicalPath PathOfName(std::string_view name, PathEnd end) {
     if (name.size() > kLongestName) {
         Raise(Code::NameTooLong);
     }
-    std::optional<CanonicalPath> path = MakeCanonicalPath(name);
+    std::optional<CanonicalPath> path = MakeCanonicalPath(name, end);
     if (!path) {
         Raise(Code::BadPath);
     }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 #include "runtime/session_record.h"
 #include "storage/open_file.h"
@@ -12,8 +13,8 @@ namespace qx {
 
 enum class Existence : uint8_t { MustExist, MustNotExist };
 
-// The path that a name leads to. Raises the status of the buffer callback, 1000, 1005, 1006 for the name, 1029.
-CanonicalPath PathOfName(const SessionRecord& session, uint32_t nameBuffer);
+// The path that a name leads to. Raises 1000, 1005, 1006 for the name, 1029.
+CanonicalPath PathOfName(std::string_view name, PathEnd end = PathEnd::File);
 
 // What a local path stands for. When it ends, an open-file record without handles is freed again, and a use of the
 // volume without files ends.

@@ -14,10 +14,6 @@ uint16_t DelimiterToSend(uint32_t delimiter) {
     return static_cast<uint16_t>(delimiter <= 0xFFFF ? delimiter : 0x100 | (delimiter & 0xFF));
 }
 
-bool HasPosition(const OpenOptions& options) {
-    return options.Size >= sizeof options && options.PositionObjectInUse != 0;
-}
-
 OpenFileRequest RequestFor(uint32_t serverSession, const OpenOptions& options) {
     OpenFileRequest request;
     request.Session = serverSession;
@@ -26,7 +22,7 @@ OpenFileRequest RequestFor(uint32_t serverSession, const OpenOptions& options) {
     request.SelectDelimiter = DelimiterToSend(options.SelectDelimiter);
     request.SelectMinimumSize = options.SelectMinimumSize;
     request.TrimLastDelimiter = Saturated<uint8_t>(options.TrimLastDelimiter);
-    request.PositionObjectInUse = HasPosition(options) ? Saturated<uint8_t>(options.PositionObjectInUse) : uint8_t{0};
+    request.PositionObjectInUse = Saturated<uint8_t>(options.PositionObjectInUse);
     return request;
 }
 
@@ -60,7 +56,7 @@ uint32_t OpenRemoteHandle(const ServedName& name, SessionRecord& session, uint32
                           const OpenOptions& options) {
     HandleTable& table = theLibrary.Files;
     OwnedRecord<RemoteFile> file(theRecordHeap.Make<RemoteFile>(name.Session));
-    if (HasPosition(options)) {
+    if (options.PositionObjectInUse != 0) {
         file->Position = ReceiveTransfer(session.Buffers.Callback(), options.PositionObject);
     }
     file->ServerFile = CallServer(name.Session.Connection, RequestFor(name.Session.ServerSession, options),
@@ -72,7 +68,7 @@ uint32_t OpenRemoteHandle(const ServedName& name, SessionRecord& session, uint32
             return own;
         }
     }
-    if (HasPosition(options)) {
+    if (options.PositionObjectInUse != 0) {
         file->Position = SendTransfer(session.Buffers.Callback(), options.PositionObject);
     }
     uint32_t handle = kNoHandle;

@@ -33,7 +33,7 @@ bool TryLockSelectExclusive(OpenFile& file) {
 }
 
 void LockSelectShared(OpenFile& file) {
-    const ByteLockResult result = Lock(file, false, file.Volume.Locks.TimeoutSeconds);
+    const ByteLockResult result = Lock(file, false, file.Volume.Settings.GroupLockTimeout);
     RaiseIfBroken(result, kSelectHold);
     if (result == ByteLockResult::Refused) {
         Raise(Code::GroupLockTimeout, 1, kSelectHold);

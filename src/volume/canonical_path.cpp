@@ -44,10 +44,6 @@ struct Parts {
     std::string_view File;
 };
 
-void DropLastComponent(std::string& directory, size_t shortest) {
-    directory.resize(std::max(directory.rfind('/'), shortest));
-}
-
 // A directory of this computer, without links and without a separator at its end; the root directory is empty.
 class DirectoryWalk {
   public:
@@ -59,7 +55,7 @@ class DirectoryWalk {
         }
         if (component == "..") {
             if (!path_.empty()) {
-                DropLastComponent(path_, 0);
+                path_.resize(path_.rfind('/'));
             }
             return;
         }

@@ -23,7 +23,7 @@ struct VolumeSettings {
     bool CacheFlushLocks = true;        // every open primary and overflow file carries the process's marker
     std::optional<bool> Locks;          // byte locks demanded or renounced; nothing: used where they work
     uint32_t FillCharacter = 0;         // what the free space of frames is filled with; the low byte counts
-    uint32_t GroupLockTimeout = 60;     // seconds that a group or select lock waits for other processes
+    uint32_t GroupLockTimeout = 60;     // seconds that a group or select lock waits for other processes; 0: one attempt
     uint32_t MaximumUsers = 1024;       // processes that can use the volume at once
     uint32_t MaximumRecordSize = 0;     // bytes; 0: no limit
 };

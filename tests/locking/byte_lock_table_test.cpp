@@ -35,7 +35,7 @@ class ByteLockTable : public ProcessSetUp {
     struct Process {
         Process(const std::string& path, uint32_t userSlot) {
             WriteWholeFile(path, "");
-            File = {qx::kNoOsHandle, true, 60, userSlot, qx::LockMap(kUsers)};
+            File = {qx::kNoOsHandle, true, userSlot, qx::LockMap(kUsers)};
             qx::thePlatform.Files->Open(path.c_str(), qx::Access::ReadWrite, qx::Sharing::None, &File.Handle);
         }
         ~Process() { qx::thePlatform.Files->Close(File.Handle); }

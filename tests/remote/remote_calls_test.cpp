@@ -395,6 +395,16 @@ TEST_F(RemoteCalls, CountForTheProcessAndTheSession) {
     EXPECT_EQ(session.Value(qx::Counter::WriteRecords), 1U);
     EXPECT_EQ(session.Value(qx::Counter::OpenFiles), 1U);
     EXPECT_EQ(session.Value(qx::Counter::ActiveSessionFiles), 1U);
+    EXPECT_TRUE(Flush());
+    EXPECT_TRUE(Run([&](StatusRecord* status) { return QXUnlockAll(Session, status); }));
+    const uint32_t closes = CountOf(qx::Counter::CloseFiles);
+    EXPECT_TRUE(Close(file));
+    EXPECT_EQ(CountOf(qx::Counter::CloseFiles), closes + 1);
+    for (const qx::Counter once :
+         {qx::Counter::Flushes, qx::Counter::UnlockAlls, qx::Counter::CloseFiles, qx::Counter::RemoveSessionFiles}) {
+        EXPECT_EQ(session.Value(once), 1U);
+    }
+    EXPECT_EQ(session.Value(qx::Counter::ActiveSessionFiles), 0U);
 }
 
 TEST_F(RemoteCalls, FramesThatTheProtocolCannotTellAreRefused) {

@@ -81,7 +81,7 @@ TEST_F(VolumeLocking, TheLockFileIsInUseAsLongAsTheVolume) {
     const uint32_t file = CreateAndOpen("F");
     EXPECT_EQ(Locked(), Slots(0, 0));
     EXPECT_TRUE(Volume().Locks.Supported);
-    EXPECT_EQ(Volume().Locks.TimeoutSeconds, 60U);
+    EXPECT_EQ(Volume().Settings.GroupLockTimeout, 60U);
     const uint32_t first = Session;
     OpenSession();
     const uint32_t other = Open("F");
@@ -103,7 +103,7 @@ TEST_F(VolumeLocking, TheFirstFreeUserSlotIsTaken) {
     others.Lock(kFirstPosition + 1, 2);
     EXPECT_NE(CreateAndOpen("F"), kNone);
     EXPECT_EQ(Volume().Locks.UserSlot, 2U);
-    EXPECT_EQ(Volume().Locks.TimeoutSeconds, 7U);
+    EXPECT_EQ(Volume().Settings.GroupLockTimeout, 7U);
     EXPECT_EQ(Volume().Locks.Map.Users(), 3U);
     EXPECT_EQ(HeldRanges(Path("F.LK")), MarkOf(2));
     Begin("MAXIMUMUSERS=2");

@@ -5,6 +5,7 @@
 #include <pthread.h>
 #include <unistd.h>
 
+#include "platform/ascii_case.h"
 #include "platform/posix/posix_descriptors.h"
 
 namespace qx {
@@ -29,8 +30,8 @@ uint32_t PosixHostService::ComputerName(char (&name)[16]) {
     }
     uint32_t length = 0;
     while (length < sizeof name - 1 && full[length] != '\0' && full[length] != '.') {
-        const char c = full[length];
-        name[length++] = c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
+        name[length] = UpperCase(full[length]);
+        ++length;
     }
     return length;
 }
