@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "records/resize_case.h"
+#include "records/resize_writer.h"
 #include "support/test_seed.h"
 
 namespace qx_test {
@@ -205,6 +206,39 @@ TEST_F(ResizeFailure, LosesNoMoreThanItMust) {
             }
         }
     }
+}
+
+// A group that could not be written, at whatever call that was, leaves nothing in the stream that the next one is
+// written with.
+TEST_F(ResizeFailure, OneGroupDoesNotDisturbTheNext) {
+    const uint32_t file = CreateAndOpen(kFile, FixedFile(2, 256));
+    std::string key(600, 'k');
+    while (GroupIn(2, key) != 0) {
+        key += 'k';
+    }
+    const std::string other = KeysOf(0, 2, 1).front();
+    ASSERT_TRUE(Put(file, other, std::string(100, 'd')));
+    ASSERT_TRUE(Put(file, key, "data"));
+    ASSERT_TRUE(Put(file, KeysOf(1, 2, 1).front(), std::string(1000, 'd')));
+    {
+        const qx::PrimaryAttachment attachment(Record(file));
+        const qx::CounterLevels levels{.File = &Record(file).Counters};
+        qx::OperationContext context(Record(file), levels);
+        for (const uint64_t nth : {5, 5, 5, 4, 3, 2}) {
+            const auto all = [](uint32_t, uint32_t, const qx::ModuloSplit&) { return true; };
+            Faults.Fail(Call::Read, nth);
+            EXPECT_EQ(Raised([&] { qx::RewriteGroup(context, 1, 2, all); })[0], 107U) << nth;
+        }
+        Faults.Clear();
+        static const uint32_t dropped = qx::HashKey(other);
+        const auto others = [](uint32_t hash, uint32_t, const qx::ModuloSplit&) { return hash != dropped; };
+        EXPECT_EQ(Raised([&] { qx::RewriteGroup(context, 0, 2, others); }), kNothing);
+        EXPECT_EQ(Raised([&] { context.List.Commit(); }), kNothing);
+    }
+    EXPECT_EQ(Get(file, key), "data");
+    EXPECT_FALSE(Get(file, other));
+    EXPECT_TRUE(Close(file));
+    EXPECT_EQ(Problems(kFile, {.allowCountDrift = true}), "");
 }
 
 }  // namespace
