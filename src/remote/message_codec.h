@@ -60,7 +60,7 @@ template <class Message>
 requires requires {
     Message::kShortest;
 }
-constexpr size_t kShortest<Message> = Message::kShortest;
+inline constexpr size_t kShortest<Message> = Message::kShortest;
 
 template <class Message>
 void PutFields(uint8_t* to, const Message& message) {
