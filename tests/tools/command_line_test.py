@@ -81,8 +81,8 @@ class CommandLine(ToolCase):
         self.assertTrue(os.path.exists(self.path("[list].LK")))
 
     def test_create_chooses_the_shape_for_what_is_to_come(self):
-        for records, size, options, shape in [(10_000, 20, [], (1024, 282)), (100_000, 500, [], (8192, 7_721)),
-                                              (1_000, 5_000, ["--threshold", "128"], (65536, 153)),
+        for records, size, options, shape in [(10_000, 20, [], (1024, 282)), (100_000, 500, [], (2048, 30_883)),
+                                              (1_000, 5_000, ["--threshold", "128"], (32768, 306)),
                                               (3_000, 9_000, ["--version", "110"], (32768, 1_035)), (1, 1, [], (1024, 1))]:
             name = f"A{records}"
             out = self.qx("create", name, "--for", str(records), "--record-bytes", str(size), *options).out

@@ -11,7 +11,7 @@ namespace {
 constexpr double kHashClasses = 1 << 18;
 
 // The variance of the groups' sizes, relative to their mean, up to which a file is both quick and compact.
-constexpr double kGoodVariance = 0.2;
+constexpr double kGoodVariance = 0.5;
 
 // What groups that are not split yet add to it, on average.
 constexpr double kSplitVariance = 0.02;
