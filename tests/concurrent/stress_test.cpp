@@ -1,5 +1,5 @@
-// Four processes of two threads each at one file that grows and shrinks all the time: with nobody killed, and with one
-// of them killed again and again.
+// Four processes of two threads each at one file that grows and shrinks all the time: with nobody killed, but others
+// that come and go, and with one of them killed again and again.
 #include <algorithm>
 #include <array>
 #include <atomic>
@@ -237,6 +237,24 @@ class SlowProcesses : public testing::Test {
         }
     }
 
+    // A process that looks at some records and is gone again.
+    void Visit() {
+        OtherProcess visitor([this](OtherProcess::Turn& turn) {
+            turn.HandOver();
+            const qx::Library library;
+            OpenedFile opened(library, path_);
+            size_t looks = 0;
+            for (const std::string_view key : opened.File.Keys()) {
+                static_cast<void>(opened.File.Read(key));
+                if (++looks == 1000) {
+                    break;
+                }
+            }
+        });
+        visitor.LetGo();
+        EXPECT_TRUE(visitor.Finish());
+    }
+
     void FinishAll() {
         for (const auto& process : processes_) {
             EXPECT_TRUE(process->Finish());
@@ -255,7 +273,13 @@ class SlowProcesses : public testing::Test {
 
 TEST_F(SlowProcesses, KeepTheirRecordsAndCounts) {
     StartAll(Kills::No);
+    uint64_t visits = 0;
+    for (const auto end = std::chrono::steady_clock::now() + Crew::Duration(); std::chrono::steady_clock::now() < end;
+         ++visits) {
+        Visit();
+    }
     FinishAll();
+    std::cout << visits << " visits" << std::endl;
     Records found;
     qx_check::Options options;
     options.allowCountDrift = true;  // a walk counts all records while other processes count theirs
