@@ -8,13 +8,9 @@
 
 namespace qx_test {
 
-std::vector<Range> HeldRanges(const std::string& path) {
-    struct stat status {};
-    if (::stat(path.c_str(), &status) != 0) {
-        throw std::runtime_error("no file " + path);
-    }
-    const std::string inode = ':' + std::to_string(status.st_ino);
-    std::vector<Range> ranges;
+namespace {
+
+void ReadHeldRanges(const std::string& inode, std::vector<Range>& ranges) {
     std::ifstream locks("/proc/locks");
     for (std::string line; std::getline(locks, line);) {
         std::istringstream words(line);
@@ -25,7 +21,29 @@ std::vector<Range> HeldRanges(const std::string& path) {
             ranges.emplace_back(start, end == "EOF" ? INT64_MAX : std::stoull(end));
         }
     }
-    return Joined(std::move(ranges));
+}
+
+}  // namespace
+
+// The list is read in pieces, and what programs elsewhere give up in between makes it skip lines: what is seen in some
+// of several readings is held.
+std::vector<Range> HeldRanges(const std::string& path) {
+    struct stat status {};
+    if (::stat(path.c_str(), &status) != 0) {
+        throw std::runtime_error("no file " + path);
+    }
+    const std::string inode = ':' + std::to_string(status.st_ino);
+    std::vector<Range> held;
+    for (int alike = 0; alike < 3; ++alike) {
+        std::vector<Range> ranges = held;
+        ReadHeldRanges(inode, ranges);
+        ranges = Joined(std::move(ranges));
+        if (ranges != held) {
+            held = std::move(ranges);
+            alike = 0;
+        }
+    }
+    return held;
 }
 
 std::vector<Range> Joined(std::vector<Range> ranges) {
