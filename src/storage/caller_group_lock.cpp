@@ -112,8 +112,8 @@ void CloseUnused(FilePart& part) {
     part.Written = false;
 }
 
-// Leaves the primary file's mutex claimed, the file shut and its counts stored. Counts that cannot be
-// stored for as long as a group lock may wait are a failure.
+// Leaves the primary file's mutex claimed, the file shut and its counts stored. Counts that cannot be stored for as
+// long as a group lock may wait are a failure.
 void Quiesce(FileCall& call, PrimaryClaim& claim) {
     OpenFile& file = *call.File;
     FirstFailure failure;

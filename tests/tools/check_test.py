@@ -150,11 +150,11 @@ Overflow file    (\d+) frames: 4 in chains, (\d+) free \(listed in \d frames\)
         self.assertRegex(self.qx("check", "B").out, r"(?m)^Records +3, .* \(the header says 77\)$")
 
     def test_advice(self):
-        rows = "".join(f"{number * 7919},{'x' * 190}\n" for number in range(2000)).encode()
+        rows = "".join(f"{number * 7919},{'x' * 390}\n" for number in range(2000)).encode()
         for options, advice in [
                 (["--frame-size", "256", "--modulo", "2000", "--size-lock", "1"], "has outgrown its frames"),
                 (["--frame-size", "2048", "--modulo", "20", "--size-lock", "2"], "keeps them, as its size is locked"),
-                (["--for", "2000", "--record-bytes", "196"], None)]:
+                (["--for", "2000", "--record-bytes", "396"], None)]:
             self.qx("create", "C", *options)
             self.qx("import", "C", stdin=rows)
             last = self.qx("check", "C").out.splitlines()[-1]

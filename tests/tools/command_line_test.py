@@ -82,8 +82,8 @@ class CommandLine(ToolCase):
 
     def test_create_chooses_the_shape_for_what_is_to_come(self):
         for records, size, options, shape in [(10_000, 20, [], (1024, 282)), (100_000, 500, [], (2048, 30_883)),
-                                              (1_000, 5_000, ["--threshold", "128"], (32768, 306)),
-                                              (3_000, 9_000, ["--version", "110"], (32768, 1_035)), (1, 1, [], (1024, 1))]:
+                                              (1_000, 5_000, ["--threshold", "128"], (16384, 611)),
+                                              (3_000, 20_000, ["--version", "110"], (32768, 2_299)), (1, 1, [], (1024, 1))]:
             name = f"A{records}"
             out = self.qx("create", name, "--for", str(records), "--record-bytes", str(size), *options).out
             self.assertRegex(out, rf"\A{name}: {shape[1]:,} groups? of {shape[0]:,} bytes; with {records:,} records? a read "

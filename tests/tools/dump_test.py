@@ -43,7 +43,7 @@ class Dump(ToolCase):
         self.qx("load", "C", "--frame-size", "1024", "--threshold", "50", "--version", "120", stdin=text)
         self.assertEqual(self.settings("C"), {"version": 120, "modulo": 7, "frameSize": 1024, "threshold": 50,
                                               "sizeLock": 2, "recordCount": 1})
-        self.assertIn("D: 6 groups of 2,048 bytes; ",
+        self.assertIn("D: 11 groups of 1,024 bytes; ",
                       self.qx("load", "D", "--for", "20", "--record-bytes", "200", stdin=text).out)
 
     def test_a_file_that_is_there_is_kept_unless_records_are_to_go_into_it(self):

@@ -30,6 +30,10 @@ std::string Text(const CLI::Option& option) {
     return texts.empty() ? std::string() : texts.back();
 }
 
+std::string DirectoryGiven(const CLI::Option& option) {
+    return option.count() != 0 ? Text(option) : ".";
+}
+
 CLI::Option* AddText(CLI::App& app, const std::string& name, const std::string& description) {
     return app.add_option(name, description);
 }

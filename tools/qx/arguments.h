@@ -27,6 +27,9 @@ CLI::Option* AddFlag(CLI::App& app, const std::string& name, const std::string& 
 /// The one value of an option, or nothing if it was not given.
 std::string Text(const CLI::Option& option);
 
+/// The directory that an option names; if it was not given, the current one.
+std::string DirectoryGiven(const CLI::Option& option);
+
 /// All values of an option.
 std::vector<std::string> Texts(const CLI::Option& option);
 

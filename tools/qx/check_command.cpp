@@ -95,18 +95,22 @@ std::string Summary(const FileScan& scan, const GroupTotals& totals) {
 /// Why reads visit many frames, and what helps. Empty if they do not.
 std::string Advice(const std::string& name, const HeaderValues& header, const GroupTotals& totals) {
     constexpr std::uint64_t kFewRecords = 100;  // with which chance does what it likes
+    constexpr double kMoreThanExpected = 1.2;
     if (totals.VisitsPerRead() < kManyVisits || totals.Records < kFewRecords) {
         return "";
     }
     const double recordBytes = static_cast<double>(totals.RecordBytes) / static_cast<double>(totals.Records);
     const SizingNeed need = {.Records = totals.Records, .StoredBytes = recordBytes, .Threshold = header.Threshold};
     const Sizing sizing = Advise(need);
+    const double expected = ExpectedVisits(need, header.FrameSize);
     std::string text = name + ": ";
-    if (sizing.FrameSize > header.FrameSize && ExpectedVisits(need, header.FrameSize) >= kManyVisits) {
+    if (sizing.FrameSize > header.FrameSize && expected >= kManyVisits) {
         text += "has outgrown its frames, more groups would not help";
     } else if (totals.Load > LoadLimit(header, totals)) {
         text += header.SizeLock >= 2 ? "has too few groups and keeps them, as its size is locked"
                                      : "has too few groups and has not added the others yet";
+    } else if (totals.VisitsPerRead() < kMoreThanExpected * expected) {
+        return "";
     } else {
         return text + "has many records in few groups because of their keys; see qx map";
     }

@@ -193,7 +193,7 @@ std::string Show(const Settings& settings, const Place& place) {
 }
 
 ExitStatus Run(const Settings& settings, Output& output) {
-    const std::string directory = settings.Directory->count() != 0 ? Text(*settings.Directory) : ".";
+    const std::string directory = DirectoryGiven(*settings.Directory);
     return OnFile(directory, [&] {
         output.Write(Show(settings, PlaceOf(directory)));
         return ExitStatus::Done;

@@ -10,8 +10,11 @@ namespace {
 // The group rule looks at this many different values of a key's hash and no more. A group gets whole ones of them.
 constexpr double kHashClasses = 1 << 18;
 
-// The variance of the groups' sizes, relative to their mean, up to which a file is both quick and compact.
-constexpr double kGoodVariance = 0.5;
+// The variance of the groups' sizes, relative to their mean, up to which files stay below twice their records.
+constexpr double kMostVariance = 1;
+
+// What a visit costs beside the bytes of its frame: as much as copying so many.
+constexpr double kBytesPerVisit = 12288;
 
 // What groups that are not split yet add to it, on average.
 constexpr double kSplitVariance = 0.02;
@@ -37,8 +40,10 @@ double Variance(const SizingNeed& need, double frameSize) {
 
 Sizing Advise(const SizingNeed& need) {
     const std::uint32_t largest = need.Version < 120 ? kLargestOfVersion110 : kLargest;
+    const auto cost = [&](std::uint32_t size) { return ExpectedVisits(need, size) * (kBytesPerVisit + size); };
     std::uint32_t frameSize = kSmallest;
-    while (frameSize < largest && Variance(need, frameSize) > kGoodVariance) {
+    while (frameSize < largest &&
+           (Variance(need, frameSize) > kMostVariance || cost(2 * frameSize) < cost(frameSize))) {
         frameSize *= 2;
     }
     const double groups = std::ceil(static_cast<double>(need.Records) / RecordsPerGroup(need, frameSize));

@@ -18,8 +18,8 @@ struct Sizing {
     double Visits = 0;  // expected frames that reading a record visits, on average
 };
 
-/// The frame size and number of groups with which a file is read in few visits, loaded without many splits, and not
-/// much larger than its records. docs/sizing.md tells why.
+/// The frame size and number of groups with which a file is read quickly, loaded without many splits, and not much
+/// larger than its records. docs/sizing.md tells why.
 Sizing Advise(const SizingNeed& need);
 
 /// The frames that reading a record of such a file is expected to visit on average, with frames of this size and as
@@ -30,6 +30,6 @@ double ExpectedVisits(const SizingNeed& need, std::uint32_t frameSize);
 double StoredBytesOf(std::uint64_t recordBytes);
 
 /// From this on reads visit enough frames more than they have to that another size is worth the trouble.
-constexpr double kManyVisits = 1.3;
+constexpr double kManyVisits = 1.5;
 
 }  // namespace qx::tool

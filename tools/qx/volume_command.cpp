@@ -153,7 +153,7 @@ std::string Describe(const Place& place, const ParameterFile& file) {
 }
 
 ExitStatus Run(const Arguments& arguments, Output& output) {
-    const std::string directory = arguments.Directory->count() != 0 ? Text(*arguments.Directory) : ".";
+    const std::string directory = DirectoryGiven(*arguments.Directory);
     return OnFile(directory, [&] {
         const Place place = PlaceOf(directory);
         output.Write(Describe(place, FindParameterFile(place)));
