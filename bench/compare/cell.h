@@ -22,8 +22,8 @@ struct CellPlan {
     const StoreKind* Kind = nullptr;
     StoreSettings Settings;  // Directory is that under which the cell makes its own
     Workers Team;
-    ForEachPhase<bool> Wanted{};  // inserting is always done
-    double LimitSeconds = 0;      // a phase that has taken longer is cut short
+    ForEachPhase<bool> Wanted{};          // inserting is always done
+    ForEachPhase<double> LimitSeconds{};  // a phase that has taken longer is cut short
     uint64_t Seed = 0;
 };
 

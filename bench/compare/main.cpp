@@ -26,6 +26,7 @@ struct Options {
     std::string ClockName = "wall";
     uint32_t Rounds = 1;
     double LimitSeconds = 60;
+    double InsertLimitSeconds = 0;  // 0: the same
     uint64_t Seed = 1;
 };
 
@@ -164,7 +165,10 @@ Contest RunContest(const Options& options, const Plan& plan, const Load& load, S
             cell.Settings.Size = sizing;
             cell.Team = team;
             cell.Wanted = plan.Wanted;
-            cell.LimitSeconds = options.LimitSeconds;
+            cell.LimitSeconds.fill(options.LimitSeconds);
+            if (options.InsertLimitSeconds > 0) {
+                cell.LimitSeconds[IndexOf(Phase::Insert)] = options.InsertLimitSeconds;
+            }
             cell.Seed = options.Seed;
             CellResult result;
             const CellResult* imitated = contest.ResultOf(entry.Kind->Imitates);
@@ -239,6 +243,8 @@ void Declare(CLI::App& app, Options& options) {
     app.add_option("--limit", options.LimitSeconds, "seconds after which a phase is cut short (*)")
         ->check(CLI::PositiveNumber)
         ->capture_default_str();
+    app.add_option("--insert-limit", options.InsertLimitSeconds, "the same for inserting alone; default: the same time")
+        ->check(CLI::PositiveNumber);
     app.add_option("--seed", options.Seed, "of the random order")->capture_default_str();
     app.add_option("--clock", options.ClockName, "what the tables show; the JSON has both")
         ->check(CLI::IsMember({"wall", "cpu"}))

@@ -181,7 +181,7 @@ void Member::Operate(Phase phase, Access& access, uint32_t worker, WorkerResult&
         }
     };
     const uint64_t perLook = OperationsPerLook(settings_.Records);
-    const auto limit = static_cast<uint64_t>(plan_.LimitSeconds * 1e9);
+    const auto limit = static_cast<uint64_t>(plan_.LimitSeconds[IndexOf(phase)] * 1e9);
 
     team_.OfWorkers.Wait(plan_.Team.Total(), team_);
     result.StartNanoseconds = Nanoseconds(CLOCK_MONOTONIC);
