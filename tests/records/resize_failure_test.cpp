@@ -211,7 +211,7 @@ TEST_F(ResizeFailure, LosesNoMoreThanItMust) {
                         GoBackAndForth(file, step, believed, nth % 2 == 0, records);
                     } else {
                         EXPECT_TRUE(Close(file));
-                        if (IsSound()) {
+                        if (harmed.empty() && IsSound()) {
                             SettleAndCompare(step, records);
                         }
                     }
