@@ -164,6 +164,13 @@ Overflow file    (\d+) frames: 4 in chains, (\d+) free \(listed in \d frames\)
                 self.assertIn(advice, last)
                 self.assertRegex(last, r"With \d+ groups of \d,\d+ bytes a read would visit 1.\d frames: qx copy C NEW --fit")
             self.qx("drop", "C", "--yes")
+        # Large records in frames that hold one or two.
+        self.qx("create", "C", "--for", "200", "--record-bytes", "12506")
+        self.qx("import", "C", stdin="".join(f"{number * 7919},{'x' * 12500}\n" for number in range(200)).encode())
+        rows = self.qx("check", "C").out.splitlines()
+        self.assertRegex(rows[-2], r"A read visits +1\.[5-9]")
+        self.assertTrue(rows[-1].startswith("Overflow file"), rows[-1])
+        self.qx("drop", "C", "--yes")
         # All keys in one group.
         self.qx("create", "C", "--modulo", "64", "--size-lock", "2")
         rows = "".join(f"{key},{'x' * 5000}\n" for key in self.keys_of("C", 5)).encode()
