@@ -205,7 +205,8 @@ TEST_F(ResizeFailure, LosesNoMoreThanItMust) {
                     }
                     EXPECT_LE(harmed.size(), 1U);
                     if (harmed.empty() && IsSound() && (fault.Lasting || Record(file).Modulo == step.To)) {
-                        // Killed between the header and the stamps, a process leaves those as they were.
+                        // Killed between the header and the stamps, a process leaves those as they were; and a group
+                        // that cannot be split any more keeps the file from growing.
                         const bool followed = !fault.Lasting && HoldsOnly(records);
                         const auto believed = followed ? std::optional(step.From) : std::nullopt;
                         GoBackAndForth(file, step, believed, nth % 2 == 0, records);

@@ -13,7 +13,7 @@ constexpr double kHashClasses = 1 << 18;
 // The variance of the groups' sizes, relative to their mean, up to which files stay below twice their records.
 constexpr double kMostVariance = 1;
 
-// What a visit costs beside the bytes of its frame: as much as copying so many.
+// What a visit counts beside the bytes of its frame.
 constexpr double kBytesPerVisit = 12288;
 
 // What groups that are not split yet add to it, on average.
